@@ -1,0 +1,24 @@
+#version 150 compatibility
+#extension GL_ARB_explicit_attrib_location : require
+// Paint colour times the splat texture. "trans" is 0 when transparency is on: the splat's soft
+// alpha edge blends over the surface. When it is 1 the edge is cut hard and the paint is opaque.
+uniform sampler2D tex;
+uniform vec4 color;
+uniform int trans;
+in vec2 uv;
+out vec4 fragColor;
+
+void main()
+{
+    vec4 splat = texture(tex, uv);
+    if (trans == 0)
+    {
+        fragColor = vec4(color.rgb * splat.rgb, color.a * splat.a);
+    }
+    else
+    {
+        if (splat.a < 0.5)
+            discard;
+        fragColor = vec4(color.rgb * splat.rgb, 1.0);
+    }
+}

@@ -1,0 +1,18 @@
+#version 150 compatibility
+#extension GL_ARB_explicit_attrib_location : require
+// Lit geometry in world space: diffuse light from a point light plus an ambient term.
+layout(location = 0) in vec4 vertex;
+in vec3 normal;
+uniform mat4 perspective;
+uniform mat4 view;
+uniform mat4 model;
+out vec3 worldNormal;
+out vec3 worldPosition;
+
+void main()
+{
+    vec4 world = model * vertex;
+    worldPosition = world.xyz;
+    worldNormal = mat3(model) * normal;
+    gl_Position = perspective * view * world;
+}

@@ -1,0 +1,344 @@
+#include "app/Game.h"
+
+#include "app/Menu.h"
+#include "app/Settings.h"
+#include "render/Shader.h"
+#include "render/ShaderManager.h"
+#include "render/TextureManager.h"
+
+#include <GL/glew.h>
+#include <SDL.h>
+
+#include <cstdio>
+#include <cstring>
+
+namespace
+{
+const int WINDOW_WIDTH = 1024;
+const int WINDOW_HEIGHT = 768;
+const float FIELD_OF_VIEW = 45.0f; // degrees, vertical
+const float NEAR_PLANE = 0.1f;
+const float FAR_PLANE = 200.0f;
+// The level is shown lit this long after a match starts, then drawn flat so only paint shows.
+const double LIT_MS = 3000.0;
+// Just before the switch the ambient light swells, so the level flashes towards white.
+const double FLASH_START_MS = 2500.0;
+const float FLASH_RATE = 1.8f; // ambient added per second during the flash
+// The compatibility resize event of the old SDL interface; createWindow queues one so the first
+// pass of the event handler sets the viewport.
+const Uint32 RESIZE_EVENT = SDL_WINDOWEVENT;
+
+// The programs the game keeps in its own map, next to the shared registry.
+const char* const OWN_PROGRAMS[] = {"minimal_nolight", "minimal", "unicolor", "mbpreprocess",
+                                    "mbpostprocess"};
+
+Mat4 screenOrtho() { return math::orthographic(-512.0f, 512.0f, -384.0f, 384.0f, -1000.0f, 1000.0f); }
+} // namespace
+
+Game::Game() : display(std::make_unique<Display>()), perspective(math::identity()), view(math::identity())
+{
+}
+
+Game::~Game()
+{
+    // The game's own programs first, then what a match built, then the menu.
+    shaders.clear();
+    menu.reset();
+
+    // The registries, in the order later ones may still use earlier ones. A registry that was
+    // never created is skipped: building one just to delete it would need a GL context that a
+    // failed start may not have.
+    if (ShaderManager::exists())
+    {
+        ShaderManager::destroy();
+    }
+    if (TextureManager::exists())
+    {
+        TextureManager::destroy();
+    }
+    Settings::destroy();
+
+    if (display->context)
+    {
+        SDL_GL_DeleteContext(display->context);
+    }
+    if (display->window)
+    {
+        SDL_DestroyWindow(display->window);
+    }
+    if (sdlStarted)
+    {
+        SDL_Quit();
+    }
+}
+
+bool Game::init()
+{
+    // Audio is not required: a machine without a sound device plays silently.
+    if (SDL_Init(SDL_INIT_VIDEO | SDL_INIT_TIMER | SDL_INIT_EVENTS) < 0)
+    {
+        return false;
+    }
+    sdlStarted = true;
+    if (!createWindow())
+    {
+        return false;
+    }
+    // The texture manager builds mipmaps through this entry point; take the driver's own.
+    if (void* generateMipmap = SDL_GL_GetProcAddress("glGenerateMipmap"))
+    {
+        glGenerateMipmap = reinterpret_cast<PFNGLGENERATEMIPMAPPROC>(generateMipmap);
+    }
+    std::memset(keys, 0, sizeof(keys));
+    perspective = math::perspective(FIELD_OF_VIEW,
+                                    static_cast<float>(display->width) /
+                                        static_cast<float>(display->height),
+                                    NEAR_PLANE, FAR_PLANE);
+
+    ShaderManager::instance();
+    TextureManager::instance();
+
+    Settings& settings = Settings::instance();
+    settings.defineBool("help", false);
+    settings.defineBool("framerate", true);
+    settings.defineBool("wireframe", false);
+    settings.defineBool("vbo", true);
+    settings.defineBool("motionblur", false);
+    settings.defineBool("frustum", true);
+    settings.defineBool("transparency", true);
+    settings.defineInt("texture-quality", 2, 0);
+    settings.defineInt("texture-mipmap", 3, 0);
+    settings.defineInt("gamestate", 3, 0);
+    settings.defineInt("menu-pos", 2, 0);
+
+    menu = std::make_unique<Menu>();
+    clock.reset(static_cast<double>(SDL_GetTicks()));
+    return true;
+}
+
+bool Game::createWindow()
+{
+    display->width = WINDOW_WIDTH;
+    display->height = WINDOW_HEIGHT;
+    SDL_GL_SetAttribute(SDL_GL_CONTEXT_MAJOR_VERSION, 3);
+    SDL_GL_SetAttribute(SDL_GL_CONTEXT_MINOR_VERSION, 2);
+    // Without a profile Linux hands out a core context, where drawing from client arrays (the
+    // "vbo" switch off) is illegal.
+    SDL_GL_SetAttribute(SDL_GL_CONTEXT_PROFILE_MASK, SDL_GL_CONTEXT_PROFILE_COMPATIBILITY);
+    SDL_GL_SetAttribute(SDL_GL_DOUBLEBUFFER, 1);
+    SDL_GL_SetAttribute(SDL_GL_DEPTH_SIZE, 24);
+    SDL_GL_SetAttribute(SDL_GL_STENCIL_SIZE, 1);
+
+    display->window = SDL_CreateWindow("Blotch", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED,
+                                       WINDOW_WIDTH, WINDOW_HEIGHT,
+                                       SDL_WINDOW_OPENGL | SDL_WINDOW_SHOWN);
+    if (!display->window)
+    {
+        return false;
+    }
+    display->context = SDL_GL_CreateContext(display->window);
+    if (!display->context)
+    {
+        std::fprintf(stderr, "[ERROR] Could not create an OpenGL 3.2 context: %s\n", SDL_GetError());
+        return false;
+    }
+    SDL_GL_SetSwapInterval(1);
+
+    glewExperimental = GL_TRUE;
+    const GLenum glewResult = glewInit();
+    if (glewResult != GLEW_OK)
+    {
+        std::fprintf(stderr, "[ERROR] Failed to initialize GLEW: '%s'\n",
+                     reinterpret_cast<const char*>(glewGetErrorString(glewResult)));
+        return false;
+    }
+    glGetError(); // glewInit may leave an error behind on some drivers
+
+    glEnable(GL_CULL_FACE);
+    glEnable(GL_DEPTH_TEST);
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+    glViewport(0, 0, WINDOW_WIDTH, WINDOW_HEIGHT);
+    glClearColor(0.0f, 0.0f, 0.0f, 1.0f);
+
+    SDL_Event resize{};
+    resize.type = RESIZE_EVENT;
+    resize.window.event = SDL_WINDOWEVENT_SIZE_CHANGED;
+    resize.window.windowID = SDL_GetWindowID(display->window);
+    resize.window.data1 = WINDOW_WIDTH;
+    resize.window.data2 = WINDOW_HEIGHT;
+    SDL_PushEvent(&resize);
+
+    SDL_SetRelativeMouseMode(SDL_TRUE);
+    return true;
+}
+
+void Game::loadOwnShaders()
+{
+    for (const char* name : OWN_PROGRAMS)
+    {
+        shaders[name] = std::make_unique<Shader>(name);
+    }
+}
+
+bool Game::loadMatch()
+{
+    loadOwnShaders();
+
+    // The level, the player and the overlay join here as they are built.
+    const bool built = false;
+
+    SDL_GetRelativeMouseState(nullptr, nullptr); // forget motion collected while loading
+    matchStartTicks = static_cast<double>(SDL_GetTicks());
+    ambientColor = {0.1f, 0.1f, 0.1f, 1.0f};
+    matchLoaded = built;
+    return built;
+}
+
+void Game::run()
+{
+    while (handleEvents())
+    {
+        frame();
+    }
+}
+
+void Game::frame()
+{
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
+    update();
+    render();
+    SDL_GL_SwapWindow(display->window);
+}
+
+bool Game::handleEvents()
+{
+    SDL_Event event;
+    while (SDL_PollEvent(&event))
+    {
+        switch (event.type)
+        {
+        case SDL_QUIT:
+            return false;
+        case SDL_KEYUP:
+            if (event.key.keysym.scancode < KEY_COUNT)
+            {
+                keys[event.key.keysym.scancode] = 0;
+            }
+            break;
+        case SDL_KEYDOWN:
+            if (event.key.keysym.scancode == SDL_SCANCODE_ESCAPE)
+            {
+                return false;
+            }
+            pressKey(event.key.keysym.scancode);
+            break;
+        case SDL_WINDOWEVENT:
+            if (event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED ||
+                event.window.event == SDL_WINDOWEVENT_RESIZED)
+            {
+                const int height = event.window.data2 > 0 ? event.window.data2 : 1;
+                glViewport(0, 0, event.window.data1, height);
+            }
+            break;
+        default:
+            break;
+        }
+    }
+    return true;
+}
+
+void Game::pressKey(int scancode)
+{
+    Settings& settings = Settings::instance();
+    switch (scancode)
+    {
+    case SDL_SCANCODE_F1: settings.toggle("help"); break;
+    case SDL_SCANCODE_F2: settings.toggle("framerate"); break;
+    case SDL_SCANCODE_F3: settings.toggle("wireframe"); break;
+    case SDL_SCANCODE_F4: settings.cycle("texture-quality"); break;
+    case SDL_SCANCODE_F5: settings.cycle("texture-mipmap"); break;
+    case SDL_SCANCODE_F6: settings.toggle("vbo"); break;
+    case SDL_SCANCODE_F7: settings.toggle("motionblur"); break;
+    case SDL_SCANCODE_F8: settings.toggle("frustum"); break;
+    case SDL_SCANCODE_F9: settings.toggle("transparency"); break;
+    default: break;
+    }
+
+    if (settings.getInt("gamestate") == 0)
+    {
+        switch (scancode)
+        {
+        case SDL_SCANCODE_DOWN: settings.step("menu-pos", 1); break;
+        case SDL_SCANCODE_UP: settings.step("menu-pos", -1); break;
+        case SDL_SCANCODE_RETURN:
+            showLoadingFrame();
+            loadMatch(); // a match that fails to build still starts: the frame stays empty
+            settings.cycle("gamestate");
+            break;
+        default: break;
+        }
+    }
+    if (scancode >= 0 && scancode < KEY_COUNT)
+    {
+        keys[scancode] = 1;
+    }
+}
+
+void Game::showLoadingFrame()
+{
+    render();
+    SDL_GL_SwapWindow(display->window);
+}
+
+void Game::update()
+{
+    const double now = static_cast<double>(SDL_GetTicks());
+    const float dt = clock.tick(now);
+    if (cooldown > 0.0f)
+    {
+        cooldown -= dt;
+    }
+    if (Settings::instance().getInt("gamestate") != 1)
+    {
+        return;
+    }
+
+    const double sinceStart = now - matchStartTicks;
+    if (sinceStart > FLASH_START_MS && sinceStart < LIT_MS)
+    {
+        const float rise = dt * FLASH_RATE;
+        ambientColor = {ambientColor.x + rise, ambientColor.y + rise, ambientColor.z + rise,
+                        ambientColor.w + rise};
+    }
+
+    if (!matchLoaded && !reportedNoMatch)
+    {
+        std::fprintf(stderr, "[ERROR] There is no level to play on: the match could not be built\n");
+        reportedNoMatch = true;
+    }
+}
+
+void Game::render()
+{
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
+    const int state = Settings::instance().getInt("gamestate");
+    if (state != 1)
+    {
+        ShaderManager::instance().setMatrices(view, perspective, screenOrtho());
+        if (menu)
+        {
+            menu->draw();
+        }
+        return;
+    }
+    renderPlaying();
+}
+
+void Game::renderPlaying()
+{
+    glPolygonMode(GL_FRONT_AND_BACK, Settings::instance().getBool("wireframe") ? GL_LINE : GL_FILL);
+    ShaderManager::instance().setMatrices(view, perspective, screenOrtho());
+    // The world, the balls and the overlay are drawn here once a match has them.
+    glUseProgram(0);
+}

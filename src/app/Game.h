@@ -1,0 +1,92 @@
+#pragma once
+
+#include "app/FrameClock.h"
+#include "scene/Math.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+class Menu;
+class Shader;
+union SDL_Event;
+struct SDL_Window;
+
+// The window record: filled by Game::createWindow.
+struct Display
+{
+    int width = 0;  // pixels
+    int height = 0; // pixels
+    SDL_Window* window = nullptr;
+    void* context = nullptr; // the SDL GL context
+};
+
+// The game: one window, one GL context, one thread. main() builds it, calls init(), runs the
+// loop while init() succeeded, and destroys it on every path.
+class Game
+{
+public:
+    static constexpr int KEY_COUNT = 512; // one slot per SDL scancode
+
+    Game();
+    // Tears down whatever init() and loadMatch() built, in reverse dependency order; safe on a
+    // partly built game.
+    ~Game();
+    Game(const Game&) = delete;
+    Game& operator=(const Game&) = delete;
+
+    // SDL, the window and GL context, GLEW, the registries, the settings, the menu. False when
+    // there is no usable display or GL 3.2 context.
+    bool init();
+    // The main loop: until the window is closed or Escape is pressed.
+    void run();
+    bool createWindow();
+    // Builds the playing world; called when the player confirms the menu. False when the level
+    // could not be built: the game still enters the playing state and shows an empty frame.
+    bool loadMatch();
+
+    // Drains the SDL event queue. False means quit; events behind the quitting one stay queued.
+    bool handleEvents();
+    // One frame of time: the clock, and in the playing state the world.
+    void update();
+    // Draws the current state into the back buffer.
+    void render();
+    // One whole frame as the loop runs it: clear, update, render, swap.
+    void frame();
+
+    const Display& getDisplay() const { return *display; }
+    bool isKeyDown(int scancode) const { return keys[scancode] != 0; }
+    const FrameClock& getClock() const { return clock; }
+    const Mat4& getPerspective() const { return perspective; }
+    bool hasMatch() const { return matchLoaded; }
+
+private:
+    // What a key press does, whatever the state.
+    void pressKey(int scancode);
+    // Shows the menu with "loading..." over it, so the player sees something while the level builds.
+    void showLoadingFrame();
+    void renderPlaying();
+    void loadOwnShaders();
+
+    std::unique_ptr<Display> display;
+    uint8_t keys[KEY_COUNT] = {};
+    FrameClock clock;
+    double matchStartTicks = 0.0; // ms, tick count when the match was loaded
+    // The game's own programs. "minimal" and "unicolor" also live in the shader registry, as
+    // separate GL programs; drawing the world goes through these.
+    std::map<std::string, std::unique_ptr<Shader>> shaders;
+    float cooldown = 0.0f; // seconds; counts down while positive and nothing arms it
+    std::unique_ptr<Menu> menu;
+    bool matchLoaded = false;
+    bool reportedNoMatch = false;
+
+    // Render globals.
+    Mat4 perspective;
+    Mat4 view;
+    Vec4 lightPosition{0.0f, 10.0f, 10.0f, 1.0f};
+    Vec4 lightColor{1.0f, 1.0f, 1.0f, 1.0f};
+    Vec4 ambientColor{0.1f, 0.1f, 0.1f, 1.0f}; // raised just before the level turns flat
+
+    bool sdlStarted = false;
+};

@@ -1,0 +1,74 @@
+#include "app/Menu.h"
+
+#include "app/Settings.h"
+#include "render/Shader.h"
+#include "render/ShaderManager.h"
+#include "render/TextureManager.h"
+
+#include <GL/glew.h>
+
+Menu::Menu()
+{
+    TextureManager& textures = TextureManager::instance();
+    textures.load("menu01", GL_BGR, "png");
+    textures.load("menu02", GL_BGR, "png");
+    startTexture = textures.get("menu01");
+    endTexture = textures.get("menu02");
+
+    glGenBuffers(1, &vertexBuffer);
+    glBindBuffer(GL_ARRAY_BUFFER, vertexBuffer);
+    glBufferData(GL_ARRAY_BUFFER, sizeof(VERTICES), VERTICES, GL_STATIC_DRAW);
+    glGenBuffers(1, &indexBuffer);
+    glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, indexBuffer);
+    glBufferData(GL_ELEMENT_ARRAY_BUFFER, sizeof(INDICES), INDICES, GL_STATIC_DRAW);
+    glGenBuffers(1, &texCoordBuffer);
+    glBindBuffer(GL_ARRAY_BUFFER, texCoordBuffer);
+    glBufferData(GL_ARRAY_BUFFER, sizeof(TEXCOORDS), TEXCOORDS, GL_STATIC_DRAW);
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+    glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
+}
+
+Menu::~Menu()
+{
+    glDeleteBuffers(1, &vertexBuffer);
+    glDeleteBuffers(1, &indexBuffer);
+    glDeleteBuffers(1, &texCoordBuffer);
+}
+
+void Menu::draw()
+{
+    Shader* shader = ShaderManager::instance().use("menu");
+    if (!shader)
+    {
+        return;
+    }
+    Settings& settings = Settings::instance();
+    glDisable(GL_DEPTH_TEST);
+    glActiveTexture(GL_TEXTURE0);
+    glBindTexture(GL_TEXTURE_2D, settings.getInt("gamestate") == 0 ? startTexture : endTexture);
+    shader->setInt("tex", 0);
+
+    if (settings.getBool("vbo"))
+    {
+        glBindBuffer(GL_ARRAY_BUFFER, vertexBuffer);
+        shader->setAttributeBuffer("in_vertex", 4);
+        glBindBuffer(GL_ARRAY_BUFFER, texCoordBuffer);
+        shader->setAttributeBuffer("in_texture", 2);
+        glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, indexBuffer);
+        glDrawElements(GL_TRIANGLES, 6, GL_UNSIGNED_INT, nullptr);
+        glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
+        shader->disableAttribute("in_texture");
+        shader->disableAttribute("in_vertex");
+        glBindBuffer(GL_ARRAY_BUFFER, 0);
+    }
+    else
+    {
+        shader->setAttribute("in_vertex", 4, VERTICES);
+        shader->setAttribute("in_texture", 2, TEXCOORDS);
+        glDrawElements(GL_TRIANGLES, 6, GL_UNSIGNED_INT, INDICES);
+        shader->disableAttribute("in_texture");
+        shader->disableAttribute("in_vertex");
+    }
+    glBindTexture(GL_TEXTURE_2D, 0);
+    glEnable(GL_DEPTH_TEST);
+}

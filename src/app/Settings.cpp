@@ -1,0 +1,56 @@
+#include "app/Settings.h"
+
+#include <cstdio>
+
+Settings* Settings::single = nullptr;
+
+Settings& Settings::instance()
+{
+    if (!single)
+    {
+        single = new Settings();
+    }
+    return *single;
+}
+
+void Settings::destroy()
+{
+    delete single;
+    single = nullptr;
+}
+
+void Settings::defineBool(std::string key, bool value) { bools.try_emplace(std::move(key), value); }
+
+void Settings::defineInt(std::string key, int count, int value)
+{
+    ints.try_emplace(std::move(key), Cycle{count, value});
+}
+
+bool Settings::getBool(std::string key) { return bools[std::move(key)]; }
+
+int Settings::getInt(std::string key) { return ints[std::move(key)].value; }
+
+void Settings::toggle(std::string key)
+{
+    std::fprintf(stderr, "Switching %s...\n", key.c_str());
+    bool& value = bools[std::move(key)];
+    value = !value;
+}
+
+void Settings::cycle(std::string key)
+{
+    Cycle& c = ints[std::move(key)];
+    if (c.count != 0) // a key created by a read has no values to cycle through
+    {
+        c.value = (c.value + 1) % c.count;
+    }
+}
+
+void Settings::step(std::string key, int delta)
+{
+    Cycle& c = ints[std::move(key)];
+    if (c.count != 0)
+    {
+        c.value = (delta < 1 ? c.value - 1 : c.value + 1) % c.count;
+    }
+}

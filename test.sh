@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds Blotch with its tests and runs every test: the unit tests, the
+# GL and end-to-end tests on an X display (a private Xvfb when DISPLAY is unset), and the FBX
+# reader's robustness tests again under AddressSanitizer and UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")"
+tools/install-deps.sh
+jobs=$(nproc)
+
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake --build build -j"$jobs"
+
+xvfb_pid=""
+cleanup() { [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null || true; }
+trap cleanup EXIT
+if [ -z "${DISPLAY:-}" ]; then
+    for n in $(seq 90 120); do
+        [ -e "/tmp/.X11-unix/X$n" ] || [ -e "/tmp/.X$n-lock" ] && continue
+        Xvfb ":$n" -screen 0 1280x1024x24 -nolisten tcp >/dev/null 2>&1 &
+        xvfb_pid=$!
+        export DISPLAY=":$n"
+        break
+    done
+    for _ in $(seq 50); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
+fi
+
+status=0
+(cd build && ctest --output-on-failure -j"$jobs") || status=1
+
+if [ -d src/fbx ] && [ -f tests/fbx/CMakeLists.txt ]; then
+    cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DBLOTCH_SANITIZE=ON -DBLOTCH_BENCH=OFF
+    cmake --build build-asan -j"$jobs" --target fbx_tests
+    (cd build-asan && ctest --output-on-failure -j"$jobs" -L fbx) || status=1
+fi
+exit $status

@@ -1,0 +1,286 @@
+#include "support/GameProcess.h"
+
+#include <X11/Xlib.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+std::string readFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+void pause(double seconds)
+{
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
+double now()
+{
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+} // namespace
+
+std::string runCommand(const std::string& command, int* status)
+{
+    std::string output;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe)
+    {
+        if (status)
+        {
+            *status = -1;
+        }
+        return output;
+    }
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof(buffer), pipe)) > 0)
+    {
+        output.append(buffer, n);
+    }
+    const int result = pclose(pipe);
+    if (status)
+    {
+        *status = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
+    }
+    return output;
+}
+
+GameProcess::GameProcess(Data data)
+{
+    char pattern[] = "/tmp/blotch-e2e-XXXXXX";
+    dir = mkdtemp(pattern);
+    const fs::path source = fs::path(BLOTCH_SOURCE_DIR) / "data";
+    if (data == Data::Link)
+    {
+        fs::create_directory_symlink(source, fs::path(dir) / "data");
+    }
+    else
+    {
+        fs::copy(source, fs::path(dir) / "data", fs::copy_options::recursive);
+    }
+}
+
+GameProcess::~GameProcess()
+{
+    kill();
+    std::error_code ignored;
+    fs::remove_all(dir, ignored);
+}
+
+std::string GameProcess::dataPath(const std::string& relative) const
+{
+    return dir + "/data/" + relative;
+}
+
+void GameProcess::removeData(const std::string& relative)
+{
+    std::error_code ignored;
+    fs::remove_all(dataPath(relative), ignored);
+}
+
+void GameProcess::writeData(const std::string& relative, const std::string& bytes)
+{
+    const fs::path path = dataPath(relative);
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+bool GameProcess::start(const std::vector<std::string>& environment)
+{
+    const std::string out = dir + "/stdout.txt";
+    const std::string err = dir + "/stderr.txt";
+    pid = fork();
+    if (pid < 0)
+    {
+        return false;
+    }
+    if (pid == 0)
+    {
+        if (chdir(dir.c_str()) != 0)
+        {
+            _exit(127);
+        }
+        const int outFd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const int errFd = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        dup2(outFd, 1);
+        dup2(errFd, 2);
+        const int nullFd = open("/dev/null", O_RDONLY);
+        dup2(nullFd, 0);
+        for (const std::string& entry : environment)
+        {
+            putenv(const_cast<char*>(entry.c_str()));
+        }
+        // Unbuffered output, so the test sees each line as the game writes it.
+        execl("/usr/bin/stdbuf", "stdbuf", "-o0", "-e0", BLOTCH_BINARY, static_cast<char*>(nullptr));
+        execl(BLOTCH_BINARY, BLOTCH_BINARY, static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    return true;
+}
+
+bool GameProcess::running()
+{
+    if (pid <= 0 || exitStatus)
+    {
+        return false;
+    }
+    int status = 0;
+    if (waitpid(pid, &status, WNOHANG) == pid)
+    {
+        exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return false;
+    }
+    return true;
+}
+
+std::optional<int> GameProcess::waitExit(double seconds)
+{
+    const double end = now() + seconds;
+    while (running() && now() < end)
+    {
+        pause(0.05);
+    }
+    running();
+    return exitStatus;
+}
+
+void GameProcess::kill()
+{
+    if (running())
+    {
+        ::kill(pid, SIGKILL);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        exitStatus = 128 + SIGKILL;
+    }
+}
+
+bool GameProcess::waitForText(bool error, const std::string& text, double seconds)
+{
+    const double end = now() + seconds;
+    do
+    {
+        if ((error ? errorText() : outputText()).find(text) != std::string::npos)
+        {
+            return true;
+        }
+        pause(0.05);
+    } while (now() < end);
+    return false;
+}
+
+bool GameProcess::waitForError(const std::string& text, double seconds)
+{
+    return waitForText(true, text, seconds);
+}
+
+bool GameProcess::waitForOutput(const std::string& text, double seconds)
+{
+    return waitForText(false, text, seconds);
+}
+
+std::string GameProcess::errorText() const { return readFile(dir + "/stderr.txt"); }
+std::string GameProcess::outputText() const { return readFile(dir + "/stdout.txt"); }
+
+unsigned long GameProcess::window(double seconds)
+{
+    if (windowId)
+    {
+        return windowId;
+    }
+    const double end = now() + seconds;
+    while (now() < end && running())
+    {
+        const std::string found =
+            runCommand("xdotool search --onlyvisible --pid " + std::to_string(pid) + " 2>/dev/null");
+        if (!found.empty())
+        {
+            windowId = std::stoul(found);
+            return windowId;
+        }
+        pause(0.1);
+    }
+    return 0;
+}
+
+void GameProcess::focus()
+{
+    if (window())
+    {
+        runCommand("xdotool windowfocus " + std::to_string(windowId) + " 2>/dev/null");
+    }
+}
+
+void GameProcess::key(const std::string& keysym)
+{
+    focus();
+    runCommand("xdotool key --delay 30 " + keysym + " 2>/dev/null");
+}
+
+void GameProcess::mouseMoveRelative(int dx, int dy)
+{
+    focus();
+    runCommand("xdotool mousemove_relative -- " + std::to_string(dx) + " " + std::to_string(dy));
+}
+
+void GameProcess::click(int button)
+{
+    focus();
+    runCommand("xdotool click " + std::to_string(button));
+}
+
+bool GameProcess::closeWindow()
+{
+    if (!window())
+    {
+        return false;
+    }
+    Display* x = XOpenDisplay(nullptr);
+    if (!x)
+    {
+        return false;
+    }
+    XEvent event{};
+    event.xclient.type = ClientMessage;
+    event.xclient.window = windowId;
+    event.xclient.message_type = XInternAtom(x, "WM_PROTOCOLS", False);
+    event.xclient.format = 32;
+    event.xclient.data.l[0] = static_cast<long>(XInternAtom(x, "WM_DELETE_WINDOW", False));
+    event.xclient.data.l[1] = CurrentTime;
+    const bool sent = XSendEvent(x, windowId, False, NoEventMask, &event) != 0;
+    XFlush(x);
+    XCloseDisplay(x);
+    return sent;
+}
+
+bool GameProcess::screenshot(const std::string& path)
+{
+    if (!window())
+    {
+        return false;
+    }
+    int status = 0;
+    runCommand("import -window " + std::to_string(windowId) + " png24:" + path + " 2>/dev/null",
+               &status);
+    return status == 0 && fs::exists(path);
+}

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+// Runs the real blotch binary for end-to-end tests: in a fresh temporary working directory with
+// its own data/ tree, on the current X display, with standard output and error captured to files.
+// Input goes through xdotool (real X events), pictures come from ImageMagick's import.
+class GameProcess
+{
+public:
+    enum class Data
+    {
+        Link, // data/ is a link to the repository's data
+        Copy  // data/ is a private copy that the test may damage
+    };
+
+    explicit GameProcess(Data data = Data::Link);
+    ~GameProcess(); // kills the game if it still runs and removes the directory
+    GameProcess(const GameProcess&) = delete;
+    GameProcess& operator=(const GameProcess&) = delete;
+
+    const std::string& workDir() const { return dir; }
+    // Path inside the working directory's data/ (only meaningful with Data::Copy for writes).
+    std::string dataPath(const std::string& relative) const;
+    void removeData(const std::string& relative);
+    void writeData(const std::string& relative, const std::string& bytes);
+
+    // Starts the binary; extra "NAME=value" entries are added to its environment.
+    bool start(const std::vector<std::string>& environment = {});
+    bool running();
+    // Waits until the captured standard error (or output) contains TEXT.
+    bool waitForError(const std::string& text, double seconds);
+    bool waitForOutput(const std::string& text, double seconds);
+    std::string errorText() const;
+    std::string outputText() const;
+
+    // The game's X window, waiting for it to be mapped. 0 when it never appears.
+    unsigned long window(double seconds = 20.0);
+    void key(const std::string& keysym);
+    void mouseMoveRelative(int dx, int dy);
+    void click(int button);
+    // Asks the window to close, as a window manager's close button does.
+    bool closeWindow();
+    // Captures the game's window to PATH (PNG).
+    bool screenshot(const std::string& path);
+
+    // The exit status once the game has ended; nothing if it is still running after SECONDS.
+    std::optional<int> waitExit(double seconds);
+    void kill();
+
+private:
+    bool waitForText(bool error, const std::string& text, double seconds);
+    void focus();
+
+    std::string dir;
+    int pid = -1;
+    std::optional<int> exitStatus;
+    unsigned long windowId = 0;
+};
+
+// Runs a shell command and returns what it printed on standard output.
+std::string runCommand(const std::string& command, int* status = nullptr);

@@ -1,0 +1,35 @@
+#pragma once
+
+struct SDL_Window;
+
+// A real hidden window with a GL 3.2 compatibility context, as the game makes it, for tests that
+// need GL. Needs an X display (Xvfb in CI). The constructor leaves ok() false when there is none.
+class GlContext
+{
+public:
+    GlContext();
+    ~GlContext();
+    GlContext(const GlContext&) = delete;
+    GlContext& operator=(const GlContext&) = delete;
+
+    bool ok() const { return context != nullptr; }
+
+private:
+    SDL_Window* window = nullptr;
+    void* context = nullptr;
+};
+
+// Runs the test body from a fresh temporary directory holding a link to the repository's data/,
+// so relative data paths resolve and the test may add files of its own. Restores the old working
+// directory and removes the temporary one afterwards.
+class ScratchDirectory
+{
+public:
+    explicit ScratchDirectory(bool linkData = true);
+    ~ScratchDirectory();
+    const char* path() const { return dir; }
+
+private:
+    char dir[64] = {};
+    char previous[4096] = {};
+};

@@ -1,0 +1,128 @@
+#include "support/Image.h"
+
+#include <FreeImage.h>
+
+#include <cmath>
+#include <cstdlib>
+
+Image loadImage(const std::string& path)
+{
+    Image image;
+    FREE_IMAGE_FORMAT type = FreeImage_GetFileType(path.c_str(), 0);
+    if (type == FIF_UNKNOWN)
+    {
+        type = FreeImage_GetFIFFromFilename(path.c_str());
+    }
+    if (type == FIF_UNKNOWN)
+    {
+        return image;
+    }
+    FIBITMAP* loaded = FreeImage_Load(type, path.c_str(), 0);
+    if (!loaded)
+    {
+        return image;
+    }
+    FIBITMAP* rgb = FreeImage_ConvertTo24Bits(loaded);
+    FreeImage_Unload(loaded);
+    if (!rgb)
+    {
+        return image;
+    }
+    image.width = static_cast<int>(FreeImage_GetWidth(rgb));
+    image.height = static_cast<int>(FreeImage_GetHeight(rgb));
+    image.rgb.resize(static_cast<size_t>(image.width) * image.height * 3);
+    for (int y = 0; y < image.height; ++y)
+    {
+        // FreeImage keeps the bottom row first and stores blue first on little-endian machines.
+        const BYTE* row = FreeImage_GetScanLine(rgb, image.height - 1 - y);
+        for (int x = 0; x < image.width; ++x)
+        {
+            uint8_t* out = &image.rgb[(static_cast<size_t>(y) * image.width + x) * 3];
+            out[0] = row[x * 3 + FI_RGBA_RED];
+            out[1] = row[x * 3 + FI_RGBA_GREEN];
+            out[2] = row[x * 3 + FI_RGBA_BLUE];
+        }
+    }
+    FreeImage_Unload(rgb);
+    return image;
+}
+
+Image resized(const Image& image, int width, int height)
+{
+    Image out;
+    out.width = width;
+    out.height = height;
+    out.rgb.resize(static_cast<size_t>(width) * height * 3);
+    for (int y = 0; y < height; ++y)
+    {
+        const float sy = std::fmax(0.0f, (y + 0.5f) * image.height / height - 0.5f);
+        const int y0 = static_cast<int>(sy);
+        const int y1 = std::min(y0 + 1, image.height - 1);
+        const float fy = sy - y0;
+        for (int x = 0; x < width; ++x)
+        {
+            const float sx = std::fmax(0.0f, (x + 0.5f) * image.width / width - 0.5f);
+            const int x0 = static_cast<int>(sx);
+            const int x1 = std::min(x0 + 1, image.width - 1);
+            const float fx = sx - x0;
+            for (int c = 0; c < 3; ++c)
+            {
+                const float top = image.pixel(x0, y0)[c] * (1 - fx) + image.pixel(x1, y0)[c] * fx;
+                const float bottom = image.pixel(x0, y1)[c] * (1 - fx) + image.pixel(x1, y1)[c] * fx;
+                out.rgb[(static_cast<size_t>(y) * width + x) * 3 + c] =
+                    static_cast<uint8_t>(std::lround(top * (1 - fy) + bottom * fy));
+            }
+        }
+    }
+    return out;
+}
+
+double meanDifference(const Image& a, const Image& b)
+{
+    if (a.width != b.width || a.height != b.height || a.empty())
+    {
+        return 1e9;
+    }
+    double sum = 0.0;
+    for (size_t i = 0; i < a.rgb.size(); ++i)
+    {
+        sum += std::abs(static_cast<int>(a.rgb[i]) - static_cast<int>(b.rgb[i]));
+    }
+    return sum / static_cast<double>(a.rgb.size());
+}
+
+double meanChannel(const Image& image, int channel, int x0, int y0, int x1, int y1)
+{
+    double sum = 0.0;
+    long count = 0;
+    for (int y = y0; y < y1; ++y)
+    {
+        for (int x = x0; x < x1; ++x)
+        {
+            sum += image.pixel(x, y)[channel];
+            ++count;
+        }
+    }
+    return count ? sum / static_cast<double>(count) : 0.0;
+}
+
+int countDifferent(const Image& a, const Image& b, int threshold)
+{
+    if (a.width != b.width || a.height != b.height)
+    {
+        return a.width * a.height;
+    }
+    int count = 0;
+    for (size_t i = 0; i < a.rgb.size(); i += 3)
+    {
+        for (int c = 0; c < 3; ++c)
+        {
+            if (std::abs(static_cast<int>(a.rgb[i + c]) - static_cast<int>(b.rgb[i + c])) > threshold)
+            {
+                ++count;
+                break;
+            }
+        }
+    }
+    return count;
+}

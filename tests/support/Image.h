@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// An 8-bit RGB picture, top row first, for comparing screenshots.
+struct Image
+{
+    int width = 0;
+    int height = 0;
+    std::vector<uint8_t> rgb; // width * height * 3
+
+    bool empty() const { return rgb.empty(); }
+    const uint8_t* pixel(int x, int y) const { return &rgb[(static_cast<size_t>(y) * width + x) * 3]; }
+};
+
+// Any image FreeImage reads, converted to RGB; empty when the file cannot be read.
+Image loadImage(const std::string& path);
+// Scales to WIDTH x HEIGHT (bilinear), to compare a picture with how it looks stretched on screen.
+Image resized(const Image& image, int width, int height);
+// Mean absolute difference per channel, 0..255; a huge value when the sizes differ.
+double meanDifference(const Image& a, const Image& b);
+// Mean of one channel (0 = red) over a rectangle.
+double meanChannel(const Image& image, int channel, int x0, int y0, int x1, int y1);
+// How many pixels differ by more than THRESHOLD in any channel.
+int countDifferent(const Image& a, const Image& b, int threshold);

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Installs the Debian/Ubuntu packages Blotch needs to build, run and test, skipping the ones
+# already present. Safe to run again; needs root or sudo only when something is missing.
+set -euo pipefail
+
+PACKAGES=(
+    build-essential cmake pkg-config
+    libsdl2-dev libsdl2-mixer-dev libglew-dev libfreeimage-dev libbullet-dev libdeflate-dev
+    libgl1-mesa-dev libgl1-mesa-dri libx11-dev
+    libgtest-dev libgmock-dev libbenchmark-dev libassimp-dev
+    xvfb xauth xdotool imagemagick
+)
+
+missing=()
+for p in "${PACKAGES[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+        missing+=("$p")
+    fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing: ${missing[*]}"
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
