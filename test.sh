@@ -29,7 +29,7 @@ status=0
 
 if [ -d src/fbx ] && [ -f tests/fbx/CMakeLists.txt ]; then
     cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DBLOTCH_SANITIZE=ON -DBLOTCH_BENCH=OFF
-    cmake --build build-asan -j"$jobs" --target fbx_tests
+    cmake --build build-asan -j"$jobs" --target blotch_fbx_tests
     (cd build-asan && ctest --output-on-failure -j"$jobs" -L fbx) || status=1
 fi
 exit $status

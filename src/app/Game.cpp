@@ -2,9 +2,16 @@
 
 #include "app/Menu.h"
 #include "app/Settings.h"
+#include "physics/PhysicsWorld.h"
+#include "physics/Player.h"
 #include "render/Shader.h"
 #include "render/ShaderManager.h"
 #include "render/TextureManager.h"
+#include "scene/FbxLoader.h"
+#include "scene/Level.h"
+#include "scene/SceneNode.h"
+#include "scene/SphereChain.h"
+#include "sound/SoundManager.h"
 
 #include <GL/glew.h>
 #include <SDL.h>
@@ -27,6 +34,13 @@ const float FLASH_RATE = 1.8f; // ambient added per second during the flash
 // The compatibility resize event of the old SDL interface; createWindow queues one so the first
 // pass of the event handler sets the viewport.
 const Uint32 RESIZE_EVENT = SDL_WINDOWEVENT;
+const char* const LEVEL_FILE = "data/fbx/level.fbx";
+// The match ends when the eye falls below this height (the main floor is at about 3).
+const float FALL_HEIGHT = 4.0f;
+// The orrery that marks a spot in the level.
+const Vec3 CHAIN_ANCHOR{-57.0f, 5.0f, 35.0f};
+const float CHAIN_RADIUS = 1.0f;
+const float CHAIN_LINK_RADIUS = 0.5f;
 
 // The programs the game keeps in its own map, next to the shared registry.
 const char* const OWN_PROGRAMS[] = {"minimal_nolight", "minimal", "unicolor", "mbpreprocess",
@@ -37,21 +51,32 @@ Mat4 screenOrtho() { return math::orthographic(-512.0f, 512.0f, -384.0f, 384.0f,
 
 Game::Game() : display(std::make_unique<Display>()), perspective(math::identity()), view(math::identity())
 {
+    SoundManager::instance();
 }
 
 Game::~Game()
 {
     // The game's own programs first, then what a match built, then the menu.
     shaders.clear();
+    player.reset();
+    levelLoader.reset();
     menu.reset();
+    level = nullptr;
+    sceneRoot.reset();
+    sphereChain.reset();
 
     // The registries, in the order later ones may still use earlier ones. A registry that was
     // never created is skipped: building one just to delete it would need a GL context that a
     // failed start may not have.
+    if (PhysicsWorld::exists())
+    {
+        PhysicsWorld::destroy();
+    }
     if (ShaderManager::exists())
     {
         ShaderManager::destroy();
     }
+    SoundManager::destroy();
     if (TextureManager::exists())
     {
         TextureManager::destroy();
@@ -111,6 +136,7 @@ bool Game::init()
     settings.defineInt("gamestate", 3, 0);
     settings.defineInt("menu-pos", 2, 0);
 
+    SoundManager::instance().playMusic();
     menu = std::make_unique<Menu>();
     clock.reset(static_cast<double>(SDL_GetTicks()));
     return true;
@@ -183,16 +209,54 @@ void Game::loadOwnShaders()
 
 bool Game::loadMatch()
 {
+    sceneRoot = std::make_unique<SceneNode>();
+    levelLoader = std::make_unique<FbxLoader>();
+    PhysicsWorld::instance();
     loadOwnShaders();
 
-    // The level, the player and the overlay join here as they are built.
-    const bool built = false;
+    const bool built = buildLevel(noMatchReason);
+    if (built)
+    {
+        player = std::make_unique<Player>();
+    }
 
     SDL_GetRelativeMouseState(nullptr, nullptr); // forget motion collected while loading
     matchStartTicks = static_cast<double>(SDL_GetTicks());
-    ambientColor = {0.1f, 0.1f, 0.1f, 1.0f};
-    matchLoaded = built;
+    sphereChain = std::make_unique<SphereChain>(CHAIN_ANCHOR, CHAIN_RADIUS, true);
+    sphereChain->append(CHAIN_LINK_RADIUS);
     return built;
+}
+
+bool Game::buildLevel(std::string& reason)
+{
+    levelLoader->load(LEVEL_FILE);
+    levelLoader->printMetaData();
+    levelLoader->printHierarchy();
+    levelLoader->convertNodes();
+    std::printf("%d\n", levelLoader->vertexCount);
+    std::fflush(stdout);
+
+    const int32_t count = levelLoader->vertexCount;
+    if (count < 3 || count % 3 != 0)
+    {
+        reason = levelLoader->error().empty()
+                     ? std::string(LEVEL_FILE) + " holds no triangles to walk on"
+                     : levelLoader->error();
+        return false;
+    }
+    auto built = std::make_unique<Level>();
+    built->setMesh(std::move(levelLoader->vertices), std::move(levelLoader->normals),
+                   std::move(levelLoader->uvs), count);
+    levelLoader->vertexCount = 0;
+    built->initBuffers();
+    if (!built->buildPhysics())
+    {
+        reason = "its triangles could not be made into a collision mesh";
+        return false;
+    }
+    level = built.get();
+    sceneRoot->addChild(std::move(built));
+    return true;
 }
 
 void Game::run()
@@ -232,6 +296,17 @@ bool Game::handleEvents()
                 return false;
             }
             pressKey(event.key.keysym.scancode);
+            break;
+        case SDL_MOUSEBUTTONDOWN:
+            mouseButtons |= SDL_BUTTON(event.button.button);
+            // Only a press of the left button alone throws; holding it throws nothing more.
+            if (mouseButtons == SDL_BUTTON_LMASK && Settings::instance().getInt("gamestate") == 1)
+            {
+                throwRequested = true;
+            }
+            break;
+        case SDL_MOUSEBUTTONUP:
+            mouseButtons &= ~SDL_BUTTON(event.button.button);
             break;
         case SDL_WINDOWEVENT:
             if (event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED ||
@@ -311,12 +386,60 @@ void Game::update()
         ambientColor = {ambientColor.x + rise, ambientColor.y + rise, ambientColor.z + rise,
                         ambientColor.w + rise};
     }
-
-    if (!matchLoaded && !reportedNoMatch)
+    if (player)
     {
-        std::fprintf(stderr, "[ERROR] There is no level to play on: the match could not be built\n");
+        PhysicsWorld::instance().step(dt);
+    }
+    if (sceneRoot)
+    {
+        sceneRoot->update(dt);
+    }
+
+    if (player)
+    {
+        updatePlayer(dt);
+        if (player->camera().position.y < FALL_HEIGHT && dt > 0.0f)
+        {
+            Settings::instance().cycle("gamestate");
+        }
+    }
+    else if (!reportedNoMatch)
+    {
+        std::fprintf(stderr, "[ERROR] There is no level to play on: %s\n",
+                     noMatchReason.empty() ? "the match was not built" : noMatchReason.c_str());
         reportedNoMatch = true;
     }
+
+    if (sphereChain)
+    {
+        sphereChain->update(dt);
+    }
+}
+
+void Game::updatePlayer(float dt)
+{
+    const WalkInput walk = walkInput(keys);
+    Camera& camera = player->camera();
+    if (keys[SDL_SCANCODE_R])
+    {
+        resetOrientation(camera);
+    }
+
+    int dx = 0, dy = 0;
+    SDL_GetRelativeMouseState(&dx, &dy);
+    if (firstPlayingFrame)
+    {
+        resetOrientation(camera);
+        firstPlayingFrame = false;
+        return;
+    }
+    player->update(dt, walk.forward, walk.strafe, static_cast<float>(dx), static_cast<float>(dy));
+    if (throwRequested)
+    {
+        player->throwBall();
+        throwRequested = false;
+    }
+    view = viewMatrix(camera);
 }
 
 void Game::render()
@@ -335,10 +458,62 @@ void Game::render()
     renderPlaying();
 }
 
+Shader* Game::bindOwn(const char* name)
+{
+    const auto it = shaders.find(name);
+    glUseProgram(0);
+    if (it == shaders.end() || !it->second)
+    {
+        return nullptr;
+    }
+    Shader* shader = it->second.get();
+    glUseProgram(shader->getProgram());
+    shader->setMatrix("perspective", perspective);
+    shader->setMatrix("view", view);
+    return shader;
+}
+
 void Game::renderPlaying()
 {
-    glPolygonMode(GL_FRONT_AND_BACK, Settings::instance().getBool("wireframe") ? GL_LINE : GL_FILL);
+    const bool wireframe = Settings::instance().getBool("wireframe");
+    glPolygonMode(GL_FRONT_AND_BACK, wireframe ? GL_LINE : GL_FILL);
+    if (player)
+    {
+        view = viewMatrix(player->camera());
+    }
     ShaderManager::instance().setMatrices(view, perspective, screenOrtho());
-    // The world, the balls and the overlay are drawn here once a match has them.
+
+    const double sinceStart = static_cast<double>(SDL_GetTicks()) - matchStartTicks;
+    const bool lit = sinceStart < LIT_MS;
+    if (Shader* world = bindOwn(lit ? "minimal" : "unicolor"))
+    {
+        if (lit)
+        {
+            world->setVec3("light_position", &lightPosition.x);
+            world->setVec4("light_color", &lightColor.x);
+            world->setVec4("ambient_color", &ambientColor.x);
+        }
+        if (sceneRoot)
+        {
+            sceneRoot->draw(world);
+        }
+    }
+    if (Shader* flat = bindOwn("unicolor"))
+    {
+        if (player)
+        {
+            player->drawBalls(flat);
+        }
+        if (sphereChain)
+        {
+            sphereChain->draw(flat);
+        }
+    }
     glUseProgram(0);
+
+    glDisable(GL_DEPTH_TEST);
+    glDepthMask(GL_FALSE);
+    // The overlay goes here.
+    glDepthMask(GL_TRUE);
+    glEnable(GL_DEPTH_TEST);
 }

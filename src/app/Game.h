@@ -8,8 +8,13 @@
 #include <memory>
 #include <string>
 
+class FbxLoader;
+class Level;
 class Menu;
+class Player;
+class SceneNode;
 class Shader;
+class SphereChain;
 union SDL_Event;
 struct SDL_Window;
 
@@ -59,7 +64,10 @@ public:
     bool isKeyDown(int scancode) const { return keys[scancode] != 0; }
     const FrameClock& getClock() const { return clock; }
     const Mat4& getPerspective() const { return perspective; }
-    bool hasMatch() const { return matchLoaded; }
+    bool hasMatch() const { return player != nullptr; }
+    Player* getPlayer() const { return player.get(); }
+    Level* getLevel() const { return level; }
+    const Vec4& getAmbientColor() const { return ambientColor; }
 
 private:
     // What a key press does, whatever the state.
@@ -68,6 +76,12 @@ private:
     void showLoadingFrame();
     void renderPlaying();
     void loadOwnShaders();
+    // Imports the level file and builds the level into the scene; false with REASON when the
+    // file gave nothing to walk on.
+    bool buildLevel(std::string& reason);
+    void updatePlayer(float dt);
+    // Binds one of the game's own programs with the frame's matrices; null when it is missing.
+    Shader* bindOwn(const char* name);
 
     std::unique_ptr<Display> display;
     uint8_t keys[KEY_COUNT] = {};
@@ -77,8 +91,16 @@ private:
     // separate GL programs; drawing the world goes through these.
     std::map<std::string, std::unique_ptr<Shader>> shaders;
     float cooldown = 0.0f; // seconds; counts down while positive and nothing arms it
+    std::unique_ptr<Player> player;
+    std::unique_ptr<FbxLoader> levelLoader;
     std::unique_ptr<Menu> menu;
-    bool matchLoaded = false;
+    std::unique_ptr<SceneNode> sceneRoot;
+    std::unique_ptr<SphereChain> sphereChain; // marks a spot in the level
+    Level* level = nullptr;                   // owned by sceneRoot
+    bool firstPlayingFrame = true;            // the first frame only levels the view
+    uint32_t mouseButtons = 0;                // held buttons, from the press and release events
+    bool throwRequested = false;              // a left press alone since the last frame
+    std::string noMatchReason;                // why there is nothing to play on
     bool reportedNoMatch = false;
 
     // Render globals.

@@ -227,7 +227,7 @@ void GameProcess::focus()
 {
     if (window())
     {
-        runCommand("xdotool windowfocus " + std::to_string(windowId) + " 2>/dev/null");
+        runCommand("timeout 5 xdotool windowfocus --sync " + std::to_string(windowId) + " 2>/dev/null");
     }
 }
 

@@ -1,0 +1,118 @@
+#include "physics/LevelCollision.h"
+
+#include "physics/Ball.h"
+#include "scene/Level.h"
+
+#include <btBulletDynamicsCommon.h>
+
+#include <cstdio>
+#include <cstring>
+#include <numeric>
+
+namespace
+{
+// A manifold keeps points a little apart from the surface; only real touches paint.
+const float TOUCH_DISTANCE = 0.05f;
+const float BALL_SURFACE_MIN = 0.15f; // half the ball's radius
+const int VERTEX_STRIDE = 4 * sizeof(float); // x, y, z, 1 per vertex
+
+PhysicsBody* tagOf(const btCollisionObject* object)
+{
+    return static_cast<PhysicsBody*>(object->getUserPointer());
+}
+
+bool named(const PhysicsBody* body, const char* name)
+{
+    return body && std::strcmp(body->name, name) == 0;
+}
+} // namespace
+
+void PhysicsContactReport::onTick(btDynamicsWorld& world)
+{
+    btDispatcher* dispatcher = world.getDispatcher();
+    for (int m = 0; m < dispatcher->getNumManifolds(); ++m)
+    {
+        const btPersistentManifold* manifold = dispatcher->getManifoldByIndexInternal(m);
+        const PhysicsBody* first = tagOf(manifold->getBody0());
+        const PhysicsBody* second = tagOf(manifold->getBody1());
+        const bool levelFirst = named(first, "Level");
+        const PhysicsBody* levelTag = levelFirst ? first : second;
+        const PhysicsBody* ballTag = levelFirst ? second : first;
+        if (!named(levelTag, "Level") || !named(ballTag, "Ball"))
+        {
+            continue;
+        }
+        auto* ball = static_cast<Ball*>(ballTag->owner);
+        if (ball->life <= 0.0f)
+        {
+            continue; // it has painted already in an earlier tick of this step
+        }
+        const btCollisionObject* ballObject = levelFirst ? manifold->getBody1() : manifold->getBody0();
+        const btVector3 centre = ballObject->getWorldTransform().getOrigin();
+        const btManifoldPoint* last = nullptr;
+        for (int p = 0; p < manifold->getNumContacts(); ++p)
+        {
+            const btManifoldPoint& point = manifold->getContactPoint(p);
+            // Predictive points of the swept sphere put the ball's side at its centre instead of
+            // on its surface; they say where the ball will be, not that it touched.
+            const btVector3 onBall = levelFirst ? point.getPositionWorldOnB() : point.getPositionWorldOnA();
+            if ((onBall - centre).length() < BALL_SURFACE_MIN || point.getDistance() > TOUCH_DISTANCE)
+            {
+                continue;
+            }
+            last = &point;
+        }
+        if (!last)
+        {
+            continue;
+        }
+        // The manifold's normal points from body 1 towards body 0: outwards from the level when
+        // the level is body 1.
+        const btVector3 onLevel = levelFirst ? last->getPositionWorldOnA() : last->getPositionWorldOnB();
+        const btVector3 normal = levelFirst ? -last->m_normalWorldOnB : last->m_normalWorldOnB;
+        auto* level = static_cast<Level*>(levelTag->owner);
+        level->paintHit({onLevel.x(), onLevel.y(), onLevel.z()}, {normal.x(), normal.y(), normal.z()},
+                        ball->colour);
+        ball->life = 0.0f;
+    }
+}
+
+LevelCollision::LevelCollision(Level& level, const float* vertices, int32_t vertexCount)
+    : tag{"Level", &level}, indices(static_cast<size_t>(vertexCount))
+{
+    std::iota(indices.begin(), indices.end(), 0);
+    btIndexedMesh part;
+    part.m_numTriangles = vertexCount / 3;
+    part.m_triangleIndexBase = reinterpret_cast<const unsigned char*>(indices.data());
+    part.m_triangleIndexStride = 3 * sizeof(int32_t);
+    part.m_numVertices = vertexCount;
+    part.m_vertexBase = reinterpret_cast<const unsigned char*>(vertices);
+    part.m_vertexStride = VERTEX_STRIDE;
+    part.m_indexType = PHY_INTEGER;
+    part.m_vertexType = PHY_FLOAT;
+    mesh = std::make_unique<btTriangleIndexVertexArray>();
+    mesh->addIndexedMesh(part, PHY_INTEGER);
+    shape = std::make_unique<btBvhTriangleMeshShape>(mesh.get(), true);
+
+    btRigidBody::btRigidBodyConstructionInfo info(0.0f, nullptr, shape.get());
+    body = std::make_unique<btRigidBody>(info);
+    body->setUserPointer(&tag);
+
+    PhysicsWorld& physics = PhysicsWorld::instance();
+    btDiscreteDynamicsWorld& world = physics.createScene();
+    world.addRigidBody(body.get());
+    physics.setTickCallback([this](btDynamicsWorld& w) { contactReport.onTick(w); });
+}
+
+LevelCollision::~LevelCollision()
+{
+    if (PhysicsWorld::exists())
+    {
+        PhysicsWorld& physics = PhysicsWorld::instance();
+        physics.setTickCallback(nullptr);
+        if (physics.scene())
+        {
+            physics.scene()->removeRigidBody(body.get());
+        }
+    }
+}

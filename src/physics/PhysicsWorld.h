@@ -1,0 +1,62 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+class btBroadphaseInterface;
+class btCollisionDispatcher;
+class btConstraintSolver;
+class btDefaultCollisionConfiguration;
+class btDiscreteDynamicsWorld;
+class btDynamicsWorld;
+
+// Who a body in the world is, reached through its user pointer: "Level" or "Ball" and the game
+// object behind it.
+struct PhysicsBody
+{
+    const char* name = "";
+    void* owner = nullptr;
+};
+
+// The process-wide physics world on Bullet: gravity -9.8, fixed 1/60 s ticks, at most 8 ticks a
+// frame. The scene itself is made when the level builds its collision (createScene), so every
+// other part reaches it through scene() and must cope with null before that.
+class PhysicsWorld
+{
+public:
+    // Called after every internal tick, with the world, so contacts are read when Bullet is no
+    // longer inside its narrowphase.
+    using TickCallback = std::function<void(btDynamicsWorld&)>;
+
+    static PhysicsWorld& instance();
+    static void destroy();
+    static bool exists() { return single != nullptr; }
+
+    ~PhysicsWorld();
+
+    // Makes the one scene (replacing any earlier one) and returns it.
+    btDiscreteDynamicsWorld& createScene();
+    btDiscreteDynamicsWorld* scene() const { return world.get(); }
+    void setTickCallback(TickCallback callback) { onTick = std::move(callback); }
+
+    // Advances the scene by DT seconds (0 is legal and does nothing). Contacts are reported from
+    // inside this call.
+    void step(float dt);
+
+private:
+    PhysicsWorld();
+    void connectDebugger();
+    void sendToDebugger();
+    static void internalTick(btDynamicsWorld* world, float timeStep);
+
+    std::unique_ptr<btDefaultCollisionConfiguration> configuration;
+    std::unique_ptr<btCollisionDispatcher> dispatcher;
+    std::unique_ptr<btBroadphaseInterface> broadphase;
+    std::unique_ptr<btConstraintSolver> solver;
+    std::unique_ptr<btDiscreteDynamicsWorld> world;
+    TickCallback onTick;
+    int debugger = -1;        // socket to a remote viewer on port 5425, -1 when none
+    bool debuggerUp = false;  // the connection has completed
+
+    static PhysicsWorld* single;
+};

@@ -1,0 +1,134 @@
+#include "scene/Level.h"
+
+#include "app/Settings.h"
+#include "physics/LevelCollision.h"
+#include "render/Shader.h"
+
+#include <GL/glew.h>
+
+#include <cstdio>
+
+namespace
+{
+// Paint must win the depth test against the surface it lies on without z-fighting.
+const float DECAL_OFFSET = -4.5f;
+const Vec4 SURFACE_COLOR{1.0f, 1.0f, 1.0f, 1.0f};
+
+// Paint is drawn only in the lit and the flat pass; the motion pass sees the bare surface.
+bool drawsPaint(const Shader* shader)
+{
+    return shader->getName() == "unicolor" || shader->getName() == "minimal";
+}
+} // namespace
+
+Level::Level() = default;
+
+Level::~Level()
+{
+    decals.clear();
+    collision.reset();
+    if (vertexBuffer)
+    {
+        glDeleteBuffers(1, &vertexBuffer);
+        glDeleteBuffers(1, &normalBuffer);
+        glDeleteBuffers(1, &uvBuffer);
+    }
+}
+
+void Level::setMesh(std::unique_ptr<float[]> newVertices, std::unique_ptr<float[]> newNormals,
+                    std::unique_ptr<float[]> newUvs, int32_t count)
+{
+    vertices = std::move(newVertices);
+    normals = std::move(newNormals);
+    uvs = std::move(newUvs);
+    vertexCount = count;
+}
+
+void Level::initBuffers()
+{
+    model = math::scale(1.0f);
+    prevModel = math::scale(1.0f);
+    const auto count = static_cast<GLsizeiptr>(vertexCount);
+    glGenBuffers(1, &vertexBuffer);
+    glBindBuffer(GL_ARRAY_BUFFER, vertexBuffer);
+    glBufferData(GL_ARRAY_BUFFER, count * 16, vertices.get(), GL_STATIC_DRAW);
+    glGenBuffers(1, &normalBuffer);
+    glBindBuffer(GL_ARRAY_BUFFER, normalBuffer);
+    glBufferData(GL_ARRAY_BUFFER, count * 12, normals.get(), GL_STATIC_DRAW);
+    glGenBuffers(1, &uvBuffer);
+    glBindBuffer(GL_ARRAY_BUFFER, uvBuffer);
+    glBufferData(GL_ARRAY_BUFFER, count * 8, uvs.get(), GL_STATIC_DRAW);
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+}
+
+void Level::draw(Shader* shader)
+{
+    glClear(GL_STENCIL_BUFFER_BIT);
+    if (!shader)
+    {
+        return;
+    }
+    drawSurface(shader);
+    if (!drawsPaint(shader) || decals.empty())
+    {
+        return;
+    }
+    glEnable(GL_POLYGON_OFFSET_FILL);
+    glPolygonOffset(DECAL_OFFSET, DECAL_OFFSET);
+    glDepthMask(GL_FALSE);
+    for (auto& decal : decals)
+    {
+        decal->draw(shader);
+    }
+    glDepthMask(GL_TRUE);
+    glDisable(GL_POLYGON_OFFSET_FILL);
+}
+
+void Level::drawSurface(Shader* shader)
+{
+    shader->setMatrix("model", model);
+    // The level is static: its motion in the blur pass comes from the camera alone.
+    shader->setMatrix("prevmodel", model);
+    shader->setVec4("color", &SURFACE_COLOR.x);
+    if (vertexCount <= 0)
+    {
+        return;
+    }
+    if (Settings::instance().getBool("vbo"))
+    {
+        glBindBuffer(GL_ARRAY_BUFFER, vertexBuffer);
+        shader->setAttributeBuffer("vertex", 4);
+        glBindBuffer(GL_ARRAY_BUFFER, normalBuffer);
+        shader->setAttributeBuffer("normal", 3);
+        glDrawArrays(GL_TRIANGLES, 0, vertexCount);
+        shader->disableAttribute("vertex");
+        shader->disableAttribute("normal");
+        glBindBuffer(GL_ARRAY_BUFFER, 0);
+    }
+    else
+    {
+        shader->setAttribute("vertex", 4, vertices.get());
+        shader->setAttribute("normal", 3, normals.get());
+        glDrawArrays(GL_TRIANGLES, 0, vertexCount);
+        shader->disableAttribute("vertex");
+        shader->disableAttribute("normal");
+    }
+}
+
+void Level::addDecal(std::unique_ptr<SceneNode> decal) { decals.push_back(std::move(decal)); }
+
+bool Level::buildPhysics()
+{
+    if (vertexCount < 3 || vertexCount % 3 != 0 || !vertices)
+    {
+        std::fprintf(stderr, "[ERROR] Triangle Mesh is not valid!\n");
+        return false;
+    }
+    collision = std::make_unique<LevelCollision>(*this, vertices.get(), vertexCount);
+    return true;
+}
+
+void Level::paintHit(Vec3 point, Vec3 normal, Vec4 colour)
+{
+    hits.push_back({point, normal, colour});
+}

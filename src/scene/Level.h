@@ -1,0 +1,68 @@
+#pragma once
+
+#include "scene/SceneNode.h"
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <vector>
+
+class LevelCollision;
+class Shader;
+
+// Where a paint ball struck the level.
+struct PaintHit
+{
+    Vec3 point;  // on the level's surface
+    Vec3 normal; // the level's outward normal there
+    Vec4 colour; // the ball's paint
+};
+
+// The one static mesh the player walks in: a flat, unindexed triangle list (every three
+// consecutive vertices are a triangle) with its GL buffers and the paint stuck onto it. The level
+// never moves. Needs a GL context from initBuffers() on.
+class Level : public GeometryNode
+{
+public:
+    Level();
+    ~Level() override;
+
+    // Takes over the imported arrays: VERTICES holds COUNT x (x, y, z, 1), NORMALS COUNT x 3,
+    // UVS COUNT x 2.
+    void setMesh(std::unique_ptr<float[]> vertices, std::unique_ptr<float[]> normals,
+                 std::unique_ptr<float[]> uvs, int32_t count);
+    // Uploads the arrays once; the mesh is never re-uploaded.
+    void initBuffers();
+    // Makes the physics scene with the level's triangles as its static collision. False (with
+    // "[ERROR] Triangle Mesh is not valid!") when the mesh is not a whole number of triangles.
+    bool buildPhysics();
+    // A paint ball struck the level at POINT, whose outward normal is NORMAL.
+    void paintHit(Vec3 point, Vec3 normal, Vec4 colour);
+    const std::vector<PaintHit>& getHits() const { return hits; }
+
+    void update(float) override {}
+    // The surface in white, then, in the lit and the flat pass only, the paint on top of it.
+    void draw(Shader* shader) override;
+
+    // Paint is drawn after the surface in creation order; the level owns it.
+    void addDecal(std::unique_ptr<SceneNode> decal);
+    size_t decalCount() const { return decals.size(); }
+
+    int32_t getVertexCount() const { return vertexCount; }
+    const float* getVertices() const { return vertices.get(); }
+    const float* getNormals() const { return normals.get(); }
+
+private:
+    void drawSurface(Shader* shader);
+
+    unsigned int vertexBuffer = 0;
+    unsigned int uvBuffer = 0;
+    unsigned int normalBuffer = 0;
+    std::unique_ptr<float[]> vertices;
+    std::unique_ptr<float[]> normals;
+    std::unique_ptr<float[]> uvs;
+    int32_t vertexCount = 0;
+    std::list<std::unique_ptr<SceneNode>> decals;
+    std::unique_ptr<LevelCollision> collision;
+    std::vector<PaintHit> hits;
+};

@@ -1,0 +1,177 @@
+// End-to-end: starting a match shows the level lit, then flat white; the camera answers the
+// mouse and the keys.
+#include "support/GameProcess.h"
+#include "support/Image.h"
+
+#include <assimp/Importer.hpp>
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <set>
+
+namespace
+{
+const double START_SECONDS = 30.0;
+
+int levelTriangles()
+{
+    Assimp::Importer importer;
+    const aiScene* scene = importer.ReadFile(std::string(BLOTCH_SOURCE_DIR) + "/data/fbx/level.fbx",
+                                             aiProcess_Triangulate);
+    if (!scene)
+    {
+        return -1;
+    }
+    int triangles = 0;
+    for (unsigned i = 0; i < scene->mNumMeshes; ++i)
+    {
+        triangles += static_cast<int>(scene->mMeshes[i]->mNumFaces);
+    }
+    return triangles;
+}
+
+struct Tones
+{
+    double white = 0; // share of pixels brighter than 250
+    double black = 0; // share darker than 5
+    int greys = 0;    // distinct grey levels in between
+};
+
+Tones tones(const Image& image)
+{
+    Tones t;
+    std::set<int> greys;
+    const double total = static_cast<double>(image.width) * image.height;
+    for (int y = 0; y < image.height; ++y)
+    {
+        for (int x = 0; x < image.width; ++x)
+        {
+            const uint8_t* p = image.pixel(x, y);
+            const int v = (p[0] + p[1] + p[2]) / 3;
+            if (v > 250)
+            {
+                t.white += 1.0 / total;
+            }
+            else if (v < 5)
+            {
+                t.black += 1.0 / total;
+            }
+            else
+            {
+                greys.insert(v);
+            }
+        }
+    }
+    t.greys = static_cast<int>(greys.size());
+    return t;
+}
+
+bool isShaded(const Tones& t) { return t.greys > 40 && t.white < 0.9; }
+bool isFlat(const Tones& t) { return t.greys < 8 && t.white > 0.3 && t.white + t.black > 0.97; }
+
+class LevelTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (!std::getenv("DISPLAY"))
+        {
+            GTEST_SKIP() << "no X display";
+        }
+        ASSERT_TRUE(game.start());
+        ASSERT_TRUE(game.waitForError("[SUCCESS] - Successfully started Main Loop", START_SECONDS));
+        ASSERT_NE(game.window(), 0ul);
+    }
+
+    std::string shot(const std::string& name)
+    {
+        const std::string path = game.workDir() + "/" + name + ".png";
+        EXPECT_TRUE(game.screenshot(path));
+        return path;
+    }
+
+    // Takes pictures until one satisfies WANTED; returns its path, or "" after SECONDS.
+    template <typename Wanted> std::string waitForPicture(const std::string& name, Wanted wanted, double seconds)
+    {
+        for (double waited = 0; waited < seconds; waited += 0.2)
+        {
+            const std::string path = shot(name);
+            if (wanted(tones(loadImage(path))))
+            {
+                return path;
+            }
+            game.waitExit(0.2);
+        }
+        return "";
+    }
+
+    GameProcess game;
+};
+} // namespace
+
+TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
+{
+    game.key("Return");
+    const std::string lit = waitForPicture("lit", isShaded, 2.5);
+    EXPECT_FALSE(lit.empty()) << "no shaded picture in the first seconds of the match";
+
+    // The import report, then the vertex count on a line of its own.
+    ASSERT_TRUE(game.waitForError("[SUCCESS] Shader 'mbpostprocess'", START_SECONDS));
+    const std::string out = game.outputText();
+    for (const char* line : {"-------FBX Loader-------------", "-------loading the scene",
+                             "Reading File succeeded", "File Format recognized",
+                             "Importing File succeeded", "Node is a Mesh", "Mesh Name: "})
+    {
+        EXPECT_NE(out.find(line), std::string::npos) << line;
+    }
+    const int triangles = levelTriangles();
+    ASSERT_GT(triangles, 1000);
+    EXPECT_NE(out.find("\n" + std::to_string(3 * triangles) + "\n"), std::string::npos)
+        << "expected " << 3 * triangles << " vertices";
+
+    const std::string flat = waitForPicture("flat", isFlat, 6.0);
+    ASSERT_FALSE(flat.empty()) << "the level never turned flat white";
+    const Tones flatTones = tones(loadImage(flat));
+
+    game.key("F3"); // wireframe: lines on black
+    const std::string lines = waitForPicture("lines", [&](const Tones& t) { return t.white < flatTones.white * 0.6; }, 5.0);
+    EXPECT_FALSE(lines.empty());
+    game.key("F3");
+
+    game.key("F6"); // vertex buffers off: the same picture from client memory
+    ASSERT_TRUE(game.waitForError("Switching vbo...", 5.0));
+    game.waitExit(0.5);
+    const Image withoutBuffers = loadImage(shot("novbo"));
+    EXPECT_LT(countDifferent(withoutBuffers, loadImage(flat), 16), 1024 * 768 / 200);
+
+    game.key("Escape");
+    EXPECT_EQ(game.waitExit(10.0), 0);
+}
+
+TEST_F(LevelTest, TheViewTurnsWithTheMouseAndWalksWithTheKeys)
+{
+    game.key("Return");
+    ASSERT_FALSE(waitForPicture("lit", isShaded, 3.0).empty());
+    ASSERT_FALSE(waitForPicture("start", isFlat, 6.0).empty());
+    const Image start = loadImage(shot("start"));
+
+    game.mouseMoveRelative(25, 0);
+    game.waitExit(0.5);
+    const Image turned = loadImage(shot("turned"));
+    EXPECT_GT(countDifferent(start, turned, 16), 1024 * 768 / 50) << "the mouse did not turn the view";
+
+    // R levels the view and faces the start direction again.
+    game.key("r");
+    game.waitExit(0.5);
+    EXPECT_LT(countDifferent(start, loadImage(shot("reset")), 16), 1024 * 768 / 200);
+
+    runCommand("xdotool keydown w; sleep 0.6; xdotool keyup w");
+    game.waitExit(0.3);
+    EXPECT_GT(countDifferent(start, loadImage(shot("walked")), 16), 1024 * 768 / 100)
+        << "holding W did not move the view";
+
+    game.key("Escape");
+    EXPECT_EQ(game.waitExit(10.0), 0);
+}

@@ -1,0 +1,204 @@
+#include "app/Settings.h"
+#include "render/Shader.h"
+#include "scene/Level.h"
+#include "scene/Sphere.h"
+#include "scene/SphereChain.h"
+#include "support/GlContext.h"
+
+#include <GL/glew.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+namespace
+{
+class SceneGlTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (!gl.ok())
+        {
+            GTEST_SKIP() << "no GL 3.2 context (no X display?)";
+        }
+        Settings::instance().defineBool("vbo", true);
+        testing::internal::CaptureStderr();
+        flat = std::make_unique<Shader>("unicolor");
+        lit = std::make_unique<Shader>("minimal");
+        motion = std::make_unique<Shader>("mbpreprocess");
+        testing::internal::GetCapturedStderr();
+        glGenQueries(1, &query);
+    }
+    void TearDown() override
+    {
+        if (gl.ok())
+        {
+            glDeleteQueries(1, &query);
+        }
+        flat.reset();
+        lit.reset();
+        motion.reset();
+        Settings::destroy();
+    }
+
+    // Draws NODE with SHADER bound and returns how many triangles GL generated.
+    GLuint trianglesDrawn(SceneNode& node, Shader& shader)
+    {
+        glUseProgram(shader.getProgram());
+        glBeginQuery(GL_PRIMITIVES_GENERATED, query);
+        node.draw(&shader);
+        glEndQuery(GL_PRIMITIVES_GENERATED);
+        glUseProgram(0);
+        GLuint count = 0;
+        glGetQueryObjectuiv(query, GL_QUERY_RESULT, &count);
+        return count;
+    }
+
+    GlContext gl;
+    std::unique_ptr<Shader> flat, lit, motion;
+    GLuint query = 0;
+};
+
+// A decal stand-in that notes the state it was drawn in.
+class PaintProbe : public SceneNode
+{
+public:
+    void draw(Shader*) override
+    {
+        ++draws;
+        GLboolean mask = GL_TRUE;
+        glGetBooleanv(GL_DEPTH_WRITEMASK, &mask);
+        depthWrites = mask == GL_TRUE;
+        offsetOn = glIsEnabled(GL_POLYGON_OFFSET_FILL) == GL_TRUE;
+        glGetFloatv(GL_POLYGON_OFFSET_FACTOR, &offsetFactor);
+    }
+    int draws = 0;
+    bool depthWrites = true;
+    bool offsetOn = false;
+    float offsetFactor = 0.0f;
+};
+
+// Two triangles forming a floor square, with normals and UVs.
+std::unique_ptr<Level> floorLevel()
+{
+    const float v[] = {-5, 3, -5, 1, -5, 3, 5, 1, 5, 3, 5, 1, -5, 3, -5, 1, 5, 3, 5, 1, 5, 3, -5, 1};
+    auto vertices = std::make_unique<float[]>(24);
+    std::copy(std::begin(v), std::end(v), vertices.get());
+    auto normals = std::make_unique<float[]>(18);
+    for (int i = 0; i < 6; ++i)
+    {
+        normals[i * 3 + 1] = 1.0f;
+    }
+    auto level = std::make_unique<Level>();
+    level->setMesh(std::move(vertices), std::move(normals), std::make_unique<float[]>(12), 6);
+    level->initBuffers();
+    return level;
+}
+} // namespace
+
+TEST_F(SceneGlTest, SphereMeshIsClosedAndRound)
+{
+    const float radius = 2.5f;
+    Sphere sphere({1.0f, 2.0f, 3.0f}, radius, {1, 0, 0, 1});
+    SphereMesh mesh(radius);
+    const float* v = mesh.vertices.get();
+    for (int i = 0; i < SphereMesh::VERTEX_COUNT; ++i)
+    {
+        const float d = std::sqrt(v[i * 4] * v[i * 4] + v[i * 4 + 1] * v[i * 4 + 1] + v[i * 4 + 2] * v[i * 4 + 2]);
+        ASSERT_NEAR(d, radius, 1e-5f) << "vertex " << i;
+        ASSERT_EQ(v[i * 4 + 3], 1.0f);
+    }
+    for (int c = 0; c < 4; ++c)
+    {
+        EXPECT_EQ(v[1 * 4 + c], v[33 * 4 + c]); // each ring's seam is a duplicate
+        EXPECT_EQ(v[34 * 4 + c], v[66 * 4 + c]);
+    }
+    EXPECT_EQ(v[2], radius);
+    EXPECT_EQ(v[1024 * 4 + 2], -radius);
+
+    // Every triangle is real and faces outwards (counter-clockwise seen from outside).
+    const uint32_t* n = mesh.indices.get();
+    for (int t = 0; t < SphereMesh::INDEX_COUNT / 3; ++t)
+    {
+        const float* a = v + n[t * 3] * 4;
+        const float* b = v + n[t * 3 + 1] * 4;
+        const float* c = v + n[t * 3 + 2] * 4;
+        const Vec3 normal = math::cross({b[0] - a[0], b[1] - a[1], b[2] - a[2]},
+                                        {c[0] - a[0], c[1] - a[1], c[2] - a[2]});
+        const Vec3 centre{(a[0] + b[0] + c[0]) / 3, (a[1] + b[1] + c[1]) / 3, (a[2] + b[2] + c[2]) / 3};
+        ASSERT_GT(math::dot(normal, centre), 0.0f) << "triangle " << t;
+    }
+
+    EXPECT_EQ(trianglesDrawn(sphere, *flat), 1984u);
+    Settings::instance().toggle("vbo");
+    EXPECT_EQ(trianglesDrawn(sphere, *flat), 1984u);
+}
+
+TEST_F(SceneGlTest, LevelDrawsOnceAndPaintsOnlyInTheLitAndFlatPasses)
+{
+    std::unique_ptr<Level> level = floorLevel();
+    EXPECT_EQ(trianglesDrawn(*level, *lit), 2u);
+    GLboolean mask = GL_FALSE;
+    glGetBooleanv(GL_DEPTH_WRITEMASK, &mask);
+    EXPECT_EQ(mask, GL_TRUE);
+
+    auto probe = std::make_unique<PaintProbe>();
+    PaintProbe* paint = probe.get();
+    level->addDecal(std::move(probe));
+
+    trianglesDrawn(*level, *lit);
+    trianglesDrawn(*level, *flat);
+    EXPECT_EQ(paint->draws, 2);
+    EXPECT_FALSE(paint->depthWrites);
+    EXPECT_TRUE(paint->offsetOn);
+    EXPECT_EQ(paint->offsetFactor, -4.5f);
+    glGetBooleanv(GL_DEPTH_WRITEMASK, &mask);
+    EXPECT_EQ(mask, GL_TRUE);
+    EXPECT_FALSE(glIsEnabled(GL_POLYGON_OFFSET_FILL));
+
+    // The motion pass sees the bare surface, with "prevmodel" equal to "model".
+    EXPECT_EQ(trianglesDrawn(*level, *motion), 2u);
+    EXPECT_EQ(paint->draws, 2);
+    float model[16], prevmodel[16];
+    const GLuint program = motion->getProgram();
+    glGetUniformfv(program, glGetUniformLocation(program, "model"), model);
+    glGetUniformfv(program, glGetUniformLocation(program, "prevmodel"), prevmodel);
+    for (int i = 0; i < 16; ++i)
+    {
+        EXPECT_EQ(model[i], prevmodel[i]);
+    }
+
+    Settings::instance().toggle("vbo");
+    EXPECT_EQ(trianglesDrawn(*level, *flat), 2u);
+}
+
+TEST_F(SceneGlTest, ChainLinksCircleTheirCentreAtDistanceTwo)
+{
+    SphereChain chain({-57.0f, 5.0f, 35.0f}, 1.0f, true);
+    SphereChain* second = chain.append(0.5f);
+    std::vector<float> angles;
+    for (int frame = 0; frame < 120; ++frame)
+    {
+        chain.update(0.016f);
+        const Vec4 first = math::transform(chain.model, {0, 0, 0, 1});
+        const Vec4 link = math::transform(second->model, {0, 0, 0, 1});
+        ASSERT_NEAR(std::hypot(first.x + 57.0f, first.y - 5.0f), 2.0f, 1e-4f);
+        ASSERT_NEAR(first.z, 35.0f, 1e-5f);
+        ASSERT_NEAR(std::hypot(link.x - first.x, link.y - first.y), 2.0f, 1e-4f);
+        // No spin: the link's own axes stay those of the world.
+        ASSERT_NEAR(chain.model[0], 1.0f, 1e-5f);
+        ASSERT_NEAR(second->model[5], 1.0f, 1e-5f);
+        angles.push_back(std::atan2(first.y - 5.0f, first.x + 57.0f));
+    }
+    // The first link is reversed: it turns clockwise, the second counter-clockwise.
+    EXPECT_LT(std::remainder(angles[1] - angles[0], 2 * math::PI), 0.0f);
+    EXPECT_EQ(trianglesDrawn(*std::make_unique<SceneNode>(), *flat), 0u);
+    glUseProgram(flat->getProgram());
+    glBeginQuery(GL_PRIMITIVES_GENERATED, query);
+    chain.draw(flat.get());
+    glEndQuery(GL_PRIMITIVES_GENERATED);
+    GLuint drawn = 0;
+    glGetQueryObjectuiv(query, GL_QUERY_RESULT, &drawn);
+    EXPECT_EQ(drawn, 2u * 1984u);
+}
