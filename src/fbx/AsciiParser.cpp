@@ -200,6 +200,7 @@ AsciiParser::Value AsciiParser::parseValue(Record& record) {
         }
         if (!charge(sizeof(Property) + text.size(), open)) return Value::Failed;
         Property p = Property::block(PropertyType::String, text.size());
+        if (!p.data()) return fail(open, "out of memory"), Value::Failed;
         if (!text.empty()) std::memcpy(p.data(), text.data(), text.size());
         record.properties.push_back(std::move(p));
         p_ = close + 1;
@@ -222,6 +223,7 @@ AsciiParser::Value AsciiParser::parseValue(Record& record) {
     } else {
         if (!charge(e - p_, p_)) return Value::Failed;
         Property p = Property::block(PropertyType::String, e - p_);
+        if (!p.data()) return fail(p_, "out of memory"), Value::Failed;
         std::memcpy(p.data(), p_, e - p_);
         record.properties.push_back(std::move(p));
     }
@@ -291,6 +293,7 @@ bool AsciiParser::parseArray(Record& record) {
         for (int64_t v : ints) small = small && v >= INT32_MIN && v <= INT32_MAX;
         if (!charge(sizeof(Property) + ints.size() * (small ? 4 : 8), star)) return false;
         p = Property::block(small ? PropertyType::Int32Array : PropertyType::Int64Array, ints.size());
+        if (!p.data()) return fail(star, "out of memory");
         if (small) {
             auto* out = reinterpret_cast<int32_t*>(p.data());
             for (size_t k = 0; k < ints.size(); ++k) out[k] = static_cast<int32_t>(ints[k]);
@@ -300,6 +303,7 @@ bool AsciiParser::parseArray(Record& record) {
     } else {
         if (!charge(sizeof(Property) + reals.size() * 8, star)) return false;
         p = Property::block(PropertyType::DoubleArray, reals.size());
+        if (!p.data()) return fail(star, "out of memory");
         std::memcpy(p.data(), reals.data(), reals.size() * 8);
     }
     record.properties.push_back(std::move(p));

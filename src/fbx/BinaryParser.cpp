@@ -10,8 +10,12 @@
 
 #include <libdeflate.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <string>
+#include <system_error>
+#include <thread>
 
 #include "fbx/ParserDetail.h"
 
@@ -24,6 +28,19 @@ const uint32_t kWideHeaderVersion = 7500;  // 64-bit record header fields from 7
 // Deflate cannot expand data by more than about 1032:1 (a 258-byte match in ~2 bits), so a
 // larger declared size is a lie and is refused before anything is allocated.
 const uint64_t kMaxInflateRatio = 1032;
+const uint32_t kMaxInflateThreads = 4;  // inflation is memory-bound well before this
+
+// A large compressed array left for inflatePending().
+struct PendingInflate {
+    const uint8_t* source;
+    uint64_t stored;
+    std::byte* target;
+    uint64_t count;
+    size_t elementSize;
+    uint64_t at;       // the compressed bytes' offset, for the error
+    std::string path;  // the record path, for the error
+    bool ok = false;
+};
 
 class BinaryParser {
 public:
@@ -61,6 +78,7 @@ private:
         std::memcpy(&v, data_ + at, 8);
         return bigEndian_ ? __builtin_bswap64(v) : v;
     }
+    bool inflatePending();
     void swapElements(std::byte* p, size_t count, size_t size) const;
 
     const uint8_t* data_;
@@ -70,16 +88,63 @@ private:
     bool bigEndian_;
     bool wide_;
     libdeflate_decompressor* inflater_ = nullptr;
+    uint32_t threads_ = 1;
+    std::vector<PendingInflate> pending_;
     uint64_t used_ = 0;                   // bytes charged against the memory budget
     std::vector<std::string_view> path_;  // names of the records being read (they point into the file)
     Error error_;
 };
 
 Result<RecordTree> BinaryParser::run() {
+    threads_ = options_.inflateThreads ? options_.inflateThreads
+                                       : std::clamp(std::thread::hardware_concurrency(), 1u, kMaxInflateThreads);
     RecordTree tree;
     tree.info = info_;
-    if (!parseList(kRecordsStart, size_, tree.root.children, 0, true)) return error_;
+    bool ok = parseList(kRecordsStart, size_, tree.root.children, 0, true);
+    // The deferred arrays all lie before whatever stopped the parse, so a failure among them
+    // is the file's first error, the one a reader going in file order reports.
+    if (!inflatePending()) return error_;
+    if (!ok) return error_;
     return tree;
+}
+
+bool BinaryParser::inflatePending() {
+    if (pending_.empty()) return true;
+    // Largest first, taken by whichever thread is free: the threads finish close together.
+    std::vector<size_t> order(pending_.size());
+    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::sort(order.begin(), order.end(),
+              [this](size_t a, size_t b) { return pending_[a].count * pending_[a].elementSize >
+                                                  pending_[b].count * pending_[b].elementSize; });
+    std::atomic<size_t> next{0};
+    auto work = [this, &order, &next] {
+        libdeflate_decompressor* inflater = libdeflate_alloc_decompressor();
+        for (size_t i; (i = next.fetch_add(1)) < order.size();) {
+            PendingInflate& job = pending_[order[i]];
+            job.ok = inflater && libdeflate_zlib_decompress(inflater, job.source, job.stored, job.target,
+                                                            job.count * job.elementSize, nullptr) == LIBDEFLATE_SUCCESS;
+            if (job.ok && bigEndian_) swapElements(job.target, job.count, job.elementSize);
+        }
+        if (inflater) libdeflate_free_decompressor(inflater);
+    };
+    std::vector<std::thread> helpers;
+    try {
+        for (uint32_t t = 1; t < std::min<size_t>(threads_, order.size()); ++t) helpers.emplace_back(work);
+    } catch (const std::system_error&) {
+        // No thread to be had: this one does all the work.
+    }
+    work();
+    for (std::thread& t : helpers) t.join();
+    for (const PendingInflate& job : pending_) {
+        if (!job.ok) {
+            error_ = Error{"compressed array does not inflate to " + std::to_string(job.count * job.elementSize) + " bytes",
+                           job.path, static_cast<int64_t>(job.at)};
+            pending_.clear();
+            return false;
+        }
+    }
+    pending_.clear();
+    return true;
 }
 
 bool BinaryParser::fail(uint64_t at, std::string reason) {
@@ -223,6 +288,7 @@ bool BinaryParser::parseProperties(uint64_t at, uint64_t end, uint64_t count, Re
                 return fail(at, "string of " + std::to_string(length) + " bytes runs past the end of the property list");
             if (!charge(length, at)) return false;
             Property p = Property::block(type, length);
+            if (!p.data()) return fail(at, "out of memory for a string of " + std::to_string(length) + " bytes");
             if (length) std::memcpy(p.data(), data_ + valueAt + 4, length);
             record.properties.push_back(std::move(p));
             at = valueAt + 4 + length;
@@ -275,8 +341,15 @@ bool BinaryParser::parseArray(PropertyType type, uint64_t& at, uint64_t end, Rec
     if (!charge(bytes, headerAt)) return false;
 
     Property p = Property::block(type, count);
+    if (!p.data()) return fail(headerAt, "out of memory for an array of " + std::to_string(bytes) + " bytes");
     if (encoding == 0) {
         if (bytes) std::memcpy(p.data(), data_ + at, bytes);
+    } else if (threads_ > 1 && bytes >= options_.parallelInflateBytes) {
+        // Inflated (and byte-swapped) later, with the other large arrays, in parallel.
+        pending_.push_back({data_ + at, stored, p.data(), count, elementSize, at, joinPath(path_)});
+        record.properties.push_back(std::move(p));
+        at += stored;
+        return true;
     } else {
         if (!inflater_) {
             inflater_ = libdeflate_alloc_decompressor();

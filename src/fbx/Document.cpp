@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -585,6 +586,8 @@ bool Document::Builder::readLayerElements(const Record& g, const std::string& pa
                          if (a.kind != b.kind) return a.kind < b.kind;
                          return a.typedIndex < b.typedIndex;
                      });
+    if (const LayerElement* uv = mesh.element(LayerElementKind::UV, 0))
+        mesh.textureUvSource = static_cast<int>(uv - mesh.layerElements.data());
     return true;
 }
 
@@ -667,11 +670,15 @@ Document& Document::operator=(Document&&) noexcept = default;
 Document::~Document() = default;
 
 Result<Document> Document::build(RecordTree tree) {
-    Document d;
-    d.tree_ = std::make_unique<RecordTree>(std::move(tree));
-    Builder b(d);
-    if (!b.run()) return b.error;
-    return d;
+    try {
+        Document d;
+        d.tree_ = std::make_unique<RecordTree>(std::move(tree));
+        Builder b(d);
+        if (!b.run()) return b.error;
+        return d;
+    } catch (const std::bad_alloc&) {
+        return Error{"out of memory", {}, -1};
+    }
 }
 
 Result<Document> Document::parse(std::span<const uint8_t> bytes, const ParseOptions& options) {

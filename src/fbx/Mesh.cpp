@@ -18,8 +18,9 @@ std::vector<const LayerElement*> Mesh::elements(LayerElementKind kind) const {
 }
 
 int32_t Mesh::textureUvIndex(size_t polygonVertexIndexPosition) const {
-    const LayerElement* uv = element(LayerElementKind::UV, 0);
-    if (!uv || uv->mapping != MappingType::ByPolygonVertex) return -1;
+    if (textureUvSource < 0 || static_cast<size_t>(textureUvSource) >= layerElements.size()) return -1;
+    const LayerElement* uv = &layerElements[textureUvSource];
+    if (uv->mapping != MappingType::ByPolygonVertex) return -1;
     if (uv->reference == ReferenceType::Direct) {
         return polygonVertexIndexPosition <= INT32_MAX ? static_cast<int32_t>(polygonVertexIndexPosition) : -1;
     }

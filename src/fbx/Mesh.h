@@ -100,6 +100,7 @@ struct Mesh {
     std::vector<uint32_t> polygonStarts;   // first polygon vertex of each polygon, plus the total at the end
     ArrayRef<int32_t> edges;               // per edge, the polygon vertex it starts at
     std::vector<LayerElement> layerElements;  // in order of layer, then kind, then typed index
+    int textureUvSource = -1;  // index of layer 0's UV element in layerElements, or -1
 
     size_t controlPointCount() const { return controlPoints.size() / 3; }
     size_t polygonVertexCount() const { return polygonVertexIndex.size(); }

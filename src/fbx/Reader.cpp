@@ -1,10 +1,10 @@
 #include "fbx/Reader.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <new>
-#include <algorithm>
 
 #include "fbx/ParserDetail.h"
 
@@ -93,9 +93,9 @@ Result<FileBytes> readFile(const std::string& path) {
         } else {
             std::rewind(f);
             out.size = static_cast<size_t>(size);
-            out.data.reset(new (std::nothrow) uint8_t[out.size + 1]);
-            if (!out.data) failure = "not enough memory to read " + path;
-            else if (std::fread(out.data.get(), 1, out.size, f) != out.size) failure = "cannot read " + path;
+            out.block = allocateBlock(out.size + 1);
+            if (!out.block) failure = "not enough memory to read " + path;
+            else if (std::fread(out.block.get(), 1, out.size, f) != out.size) failure = "cannot read " + path;
         }
     }
     std::fclose(f);
@@ -133,8 +133,14 @@ Result<FileInfo> sniff(std::span<const uint8_t> bytes) {
 Result<RecordTree> parse(std::span<const uint8_t> bytes, const ParseOptions& options) {
     Result<FileInfo> info = sniff(bytes);
     if (!info) return info.error();
-    if (info->format == Format::Binary) return detail::parseBinary(bytes, *info, options);
-    return detail::parseAscii(bytes, *info, options);
+    // The budget keeps allocations sane, but the machine may still run out: no exception
+    // leaves the library.
+    try {
+        if (info->format == Format::Binary) return detail::parseBinary(bytes, *info, options);
+        return detail::parseAscii(bytes, *info, options);
+    } catch (const std::bad_alloc&) {
+        return Error{"out of memory", {}, -1};
+    }
 }
 
 namespace detail {

@@ -23,17 +23,24 @@ inline constexpr Version kReaderVersion{1, 0, 0};
 // A file version as written (7400) split into major, minor, revision (7, 4, 0).
 Version splitVersion(uint32_t fileVersion);
 
-// Limits that keep a hostile file from taking the machine down.
+// Limits that keep a hostile file from taking the machine down, and how to read fast.
 struct ParseOptions {
-    uint32_t maxDepth = 64;                   // records nested deeper are an error
+    uint32_t maxDepth = 64;                    // records nested deeper are an error
     uint64_t memoryBudget = uint64_t(2) << 30; // bytes of parsed data (arrays, strings, records)
+    // Compressed arrays that inflate to at least parallelInflateBytes are inflated after the
+    // records are read, several at once: on up to inflateThreads threads (0: one per core,
+    // at most 4; 1: never start a thread). Errors are the same as reading in file order.
+    // Files of the game's size have no such arrays and never start a thread.
+    uint32_t inflateThreads = 0;
+    uint64_t parallelInflateBytes = uint64_t(8) << 20;
 };
 
 // A whole file in memory.
 struct FileBytes {
-    std::unique_ptr<uint8_t[]> data;
+    Block block;
     size_t size = 0;
-    std::span<const uint8_t> span() const { return {data.get(), size}; }
+    const uint8_t* data() const { return reinterpret_cast<const uint8_t*>(block.get()); }
+    std::span<const uint8_t> span() const { return {data(), size}; }
 };
 
 // Reads a whole file. Fails when it cannot be opened or read.

@@ -1,8 +1,34 @@
 #include "fbx/Record.h"
 
+#include <new>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
 #include "fbx/Error.h"
 
 namespace fbx {
+
+namespace {
+const size_t HUGE_PAGE = size_t(2) << 20;        // x86-64 transparent huge page size
+const size_t HUGE_BLOCK = size_t(4) << 20;       // below this, rounding up to huge pages wastes too much
+}  // namespace
+
+void BlockDeleter::operator()(std::byte* p) const {
+    if (huge) ::operator delete(p, std::align_val_t(HUGE_PAGE));
+    else ::operator delete(p);
+}
+
+Block allocateBlock(size_t bytes) {
+    if (bytes < HUGE_BLOCK) return Block(static_cast<std::byte*>(::operator new(bytes, std::nothrow)), BlockDeleter{false});
+    size_t rounded = (bytes + HUGE_PAGE - 1) / HUGE_PAGE * HUGE_PAGE;
+    auto* p = static_cast<std::byte*>(::operator new(rounded, std::align_val_t(HUGE_PAGE), std::nothrow));
+#if defined(MADV_HUGEPAGE)
+    if (p) madvise(p, rounded, MADV_HUGEPAGE);  // advice only: ignored where huge pages are off
+#endif
+    return Block(p, BlockDeleter{true});
+}
 
 std::string Error::text() const {
     std::string out = path;
@@ -34,7 +60,7 @@ Property Property::block(PropertyType type, size_t count) {
     p.count_ = count;
     // Not value-initialised: the parser overwrites every byte, and zeroing a large array
     // first would cost a pass over memory the inflater is about to write anyway.
-    p.block_.reset(new std::byte[count * elementSize(type) + 1]);
+    p.block_ = allocateBlock(count * elementSize(type) + 1);
     return p;
 }
 

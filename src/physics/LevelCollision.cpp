@@ -13,7 +13,6 @@ namespace
 {
 // A manifold keeps points a little apart from the surface; only real touches paint.
 const float TOUCH_DISTANCE = 0.05f;
-const float BALL_SURFACE_MIN = 0.15f; // half the ball's radius
 const int VERTEX_STRIDE = 4 * sizeof(float); // x, y, z, 1 per vertex
 
 PhysicsBody* tagOf(const btCollisionObject* object)
@@ -47,20 +46,19 @@ void PhysicsContactReport::onTick(btDynamicsWorld& world)
         {
             continue; // it has painted already in an earlier tick of this step
         }
-        const btCollisionObject* ballObject = levelFirst ? manifold->getBody1() : manifold->getBody0();
-        const btVector3 centre = ballObject->getWorldTransform().getOrigin();
+        // Continuous collision adds manifolds that say where the ball will be, not that it touched.
+        if (PhysicsWorld::isPredictive(world, manifold))
+        {
+            continue;
+        }
         const btManifoldPoint* last = nullptr;
         for (int p = 0; p < manifold->getNumContacts(); ++p)
         {
             const btManifoldPoint& point = manifold->getContactPoint(p);
-            // Predictive points of the swept sphere put the ball's side at its centre instead of
-            // on its surface; they say where the ball will be, not that it touched.
-            const btVector3 onBall = levelFirst ? point.getPositionWorldOnB() : point.getPositionWorldOnA();
-            if ((onBall - centre).length() < BALL_SURFACE_MIN || point.getDistance() > TOUCH_DISTANCE)
+            if (point.getDistance() <= TOUCH_DISTANCE)
             {
-                continue;
+                last = &point;
             }
-            last = &point;
         }
         if (!last)
         {

@@ -18,6 +18,25 @@ const float TICK = 1.0f / 60.0f;
 const int MAX_TICKS = 8; // a slow frame is simulated up to 8 ticks, then time is dropped
 const char* const DEBUGGER_HOST = "127.0.0.1";
 const uint16_t DEBUGGER_PORT = 5425;
+
+// The stock world keeps its predictive manifolds to itself.
+class GameDynamicsWorld : public btDiscreteDynamicsWorld
+{
+public:
+    using btDiscreteDynamicsWorld::btDiscreteDynamicsWorld;
+
+    bool isPredictive(const btPersistentManifold* manifold) const
+    {
+        for (int i = 0; i < m_predictiveManifolds.size(); ++i)
+        {
+            if (m_predictiveManifolds[i] == manifold)
+            {
+                return true;
+            }
+        }
+        return false;
+    }
+};
 } // namespace
 
 PhysicsWorld* PhysicsWorld::single = nullptr;
@@ -58,8 +77,8 @@ PhysicsWorld::~PhysicsWorld()
 
 btDiscreteDynamicsWorld& PhysicsWorld::createScene()
 {
-    world = std::make_unique<btDiscreteDynamicsWorld>(dispatcher.get(), broadphase.get(),
-                                                      solver.get(), configuration.get());
+    world = std::make_unique<GameDynamicsWorld>(dispatcher.get(), broadphase.get(), solver.get(),
+                                                configuration.get());
     world->setGravity(GRAVITY);
     world->setInternalTickCallback(&PhysicsWorld::internalTick, this, false);
     return *world;
@@ -73,6 +92,12 @@ void PhysicsWorld::step(float dt)
     }
     world->stepSimulation(dt, MAX_TICKS, TICK);
     sendToDebugger();
+}
+
+bool PhysicsWorld::isPredictive(const btDynamicsWorld& world, const btPersistentManifold* manifold)
+{
+    const auto* ours = dynamic_cast<const GameDynamicsWorld*>(&world);
+    return ours && ours->isPredictive(manifold);
 }
 
 void PhysicsWorld::internalTick(btDynamicsWorld* world, float)

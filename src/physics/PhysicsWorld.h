@@ -9,6 +9,7 @@ class btConstraintSolver;
 class btDefaultCollisionConfiguration;
 class btDiscreteDynamicsWorld;
 class btDynamicsWorld;
+class btPersistentManifold;
 
 // Who a body in the world is, reached through its user pointer: "Level" or "Ball" and the game
 // object behind it.
@@ -38,6 +39,9 @@ public:
     btDiscreteDynamicsWorld& createScene();
     btDiscreteDynamicsWorld* scene() const { return world.get(); }
     void setTickCallback(TickCallback callback) { onTick = std::move(callback); }
+    // True for the manifolds continuous collision makes ahead of a fast body: their points lie
+    // on its predicted path, not where anything touches.
+    static bool isPredictive(const btDynamicsWorld& world, const btPersistentManifold* manifold);
 
     // Advances the scene by DT seconds (0 is legal and does nothing). Contacts are reported from
     // inside this call.

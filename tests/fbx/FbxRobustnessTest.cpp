@@ -43,6 +43,23 @@ void* operator new[](std::size_t n, const std::nothrow_t&) noexcept {
         return nullptr;
     }
 }
+// The reader asks for large blocks 2 MiB-aligned (see fbx::allocateBlock).
+void* operator new(std::size_t n, std::align_val_t a) {
+    if (gWatching && n > gLargest) gLargest = n;
+    size_t align = static_cast<size_t>(a);
+    void* p = std::aligned_alloc(align, (n + align - 1) / align * align);
+    if (!p) throw std::bad_alloc();
+    return p;
+}
+void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept {
+    try {
+        return operator new(n, a);
+    } catch (...) {
+        return nullptr;
+    }
+}
+void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete[](void* p) noexcept { std::free(p); }
 void operator delete(void* p, std::size_t) noexcept { std::free(p); }
@@ -52,22 +69,6 @@ namespace {
 
 // A corrupted file of a few hundred kilobytes has no business asking for more at once.
 const size_t MAX_ALLOCATION = 64u << 20;
-
-// SplitMix64: a fixed seed gives the same cases on every machine.
-class Random {
-public:
-    explicit Random(uint64_t seed) : s_(seed) {}
-    uint64_t next() {
-        uint64_t z = (s_ += 0x9E3779B97F4A7C15ull);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        return z ^ (z >> 31);
-    }
-    size_t below(size_t n) { return static_cast<size_t>(next() % n); }
-
-private:
-    uint64_t s_;
-};
 
 // Reads every value of a document the way a consumer would, so that a broken invariant
 // (an index past an array) reads out of bounds where the sanitizer sees it.

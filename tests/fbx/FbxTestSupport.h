@@ -18,6 +18,22 @@
 
 namespace fbxtest {
 
+// SplitMix64: a fixed seed gives the same cases on every machine.
+class Random {
+public:
+    explicit Random(uint64_t seed) : s_(seed) {}
+    uint64_t next() {
+        uint64_t z = (s_ += 0x9E3779B97F4A7C15ull);
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+        return z ^ (z >> 31);
+    }
+    size_t below(size_t n) { return static_cast<size_t>(next() % n); }
+
+private:
+    uint64_t s_;
+};
+
 std::string samplesDir();
 bool haveSamples();
 std::string samplePath(const std::string& name);

@@ -1,10 +1,9 @@
 #include "physics/CharacterController.h"
+#include "physics/TestLevels.h"
 
-#include <btBulletDynamicsCommon.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <memory>
 #include <random>
 #include <vector>
 
@@ -14,120 +13,6 @@ const float REST_HEIGHT = 1.975f;  // capsule centre above the floor it stands o
 const float GRAVITY_PUSH = -9.81f; // what the game presses the player down with, every frame
 const float WALK_SPEED = 5.0f;     // the camera's walking speed, distance per second
 const float PI = 3.14159265f;
-
-// A Bullet world like the game's, with a static triangle-mesh level assembled from boxes and
-// wedges, and a clock that steps the world and the player as the game's frame does.
-class TestLevel
-{
-public:
-    TestLevel()
-        : dispatcher(&configuration), world(&dispatcher, &broadphase, &solver, &configuration)
-    {
-        world.setGravity(btVector3(0, -9.8f, 0));
-    }
-
-    ~TestLevel()
-    {
-        for (auto& body : bodies)
-            world.removeRigidBody(body.get());
-    }
-
-    void addQuad(const btVector3& a, const btVector3& b, const btVector3& c, const btVector3& d)
-    {
-        mesh->addTriangle(a, b, c);
-        mesh->addTriangle(a, c, d);
-    }
-
-    void addBox(const btVector3& lo, const btVector3& hi)
-    {
-        const btVector3 v[8] = {{lo.x(), lo.y(), lo.z()}, {hi.x(), lo.y(), lo.z()},
-                                {hi.x(), hi.y(), lo.z()}, {lo.x(), hi.y(), lo.z()},
-                                {lo.x(), lo.y(), hi.z()}, {hi.x(), lo.y(), hi.z()},
-                                {hi.x(), hi.y(), hi.z()}, {lo.x(), hi.y(), hi.z()}};
-        addQuad(v[0], v[3], v[2], v[1]);
-        addQuad(v[4], v[5], v[6], v[7]);
-        addQuad(v[0], v[4], v[7], v[3]);
-        addQuad(v[1], v[2], v[6], v[5]);
-        addQuad(v[3], v[7], v[6], v[2]);
-        addQuad(v[0], v[1], v[5], v[4]);
-    }
-
-    // A floor with its top at y = 0 over x and z in [-size, size].
-    void addFloor(float size = 40)
-    {
-        addBox(btVector3(-size, -1, -size), btVector3(size, 0, size));
-    }
-
-    // A wedge rising along +x from the floor at FOOT to HEIGHT at ANGLE degrees, then a plateau
-    // at that height out to x = 40, spanning z in [-10, 10].
-    void addRamp(float foot, float angle, float height)
-    {
-        const float top = foot + height / std::tan(angle * PI / 180);
-        addQuad({foot, 0, -10}, {foot, 0, 10}, {top, height, 10}, {top, height, -10});
-        mesh->addTriangle({foot, 0, -10}, {top, height, -10}, {top, 0, -10});
-        mesh->addTriangle({foot, 0, 10}, {top, 0, 10}, {top, height, 10});
-        addBox(btVector3(top, 0, -10), btVector3(40, height, 10));
-    }
-
-    // Makes everything added so far the level; call once, before creating the player.
-    void build()
-    {
-        shape = std::make_unique<btBvhTriangleMeshShape>(mesh.get(), true);
-        addBody(0, shape.get(), btVector3(0, 0, 0));
-    }
-
-    // A paint ball, as the game throws them: a small dynamic sphere.
-    btRigidBody& addBall(const btVector3& at)
-    {
-        ballShapes.push_back(std::make_unique<btSphereShape>(0.3f));
-        btRigidBody& ball = addBody(0.25f, ballShapes.back().get(), at);
-        ball.setLinearVelocity(btVector3(0, 0, 0));
-        return ball;
-    }
-
-    // One game frame: physics first, then the player walks VELOCITY (horizontal, per second) for
-    // DT.
-    unsigned frame(CharacterController& player, const btVector3& velocity, float dt)
-    {
-        world.stepSimulation(dt, 8, 1.0f / 60);
-        return player.move(velocity * dt + btVector3(0, GRAVITY_PUSH, 0));
-    }
-
-    // Runs FRAMES frames; returns the flags of the last one.
-    unsigned walk(CharacterController& player, const btVector3& velocity, int frames,
-                  float fps = 60)
-    {
-        unsigned flags = 0;
-        for (int i = 0; i < frames; ++i)
-            flags = frame(player, velocity, 1 / fps);
-        return flags;
-    }
-
-    btDiscreteDynamicsWorld& physics() { return world; }
-
-private:
-    btRigidBody& addBody(float mass, btCollisionShape* bodyShape, const btVector3& at)
-    {
-        btVector3 inertia(0, 0, 0);
-        if (mass > 0)
-            bodyShape->calculateLocalInertia(mass, inertia);
-        btRigidBody::btRigidBodyConstructionInfo info(mass, nullptr, bodyShape, inertia);
-        info.m_startWorldTransform.setOrigin(at);
-        bodies.push_back(std::make_unique<btRigidBody>(info));
-        world.addRigidBody(bodies.back().get());
-        return *bodies.back();
-    }
-
-    btDefaultCollisionConfiguration configuration;
-    btCollisionDispatcher dispatcher;
-    btDbvtBroadphase broadphase;
-    btSequentialImpulseConstraintSolver solver;
-    btDiscreteDynamicsWorld world;
-    std::unique_ptr<btTriangleMesh> mesh = std::make_unique<btTriangleMesh>();
-    std::unique_ptr<btBvhTriangleMeshShape> shape;
-    std::vector<std::unique_ptr<btSphereShape>> ballShapes;
-    std::vector<std::unique_ptr<btRigidBody>> bodies;
-};
 
 const btVector3 EAST(WALK_SPEED, 0, 0);
 const btVector3 STILL(0, 0, 0);
@@ -152,8 +37,6 @@ TEST(CharacterController, RestsOnTheFloorWithoutDrifting)
         worst = std::max(worst, (player.position() - settled).length());
     }
     EXPECT_LT(worst, 1e-4f);
-    EXPECT_FLOAT_EQ(player.position().x(), 2);
-    EXPECT_FLOAT_EQ(player.position().z(), 3);
 }
 
 TEST(CharacterController, WalkDistanceDoesNotDependOnFrameRate)
@@ -183,56 +66,42 @@ TEST(CharacterController, WalkDistanceDoesNotDependOnFrameRate)
 
 TEST(CharacterController, ClimbsStepsUpToTheStepOffset)
 {
-    struct Case
+    for (auto [height, climbed] :
+         {std::pair{0.3f, true}, {0.5f, true}, {0.7f, false}, {1.0f, false}})
     {
-        float height;
-        bool climbed;
-    };
-    for (Case step : {Case{0.3f, true}, Case{0.5f, true}, Case{0.7f, false}, Case{1.0f, false}})
-    {
-        SCOPED_TRACE(step.height);
+        SCOPED_TRACE(height);
         TestLevel level;
         level.addFloor();
-        level.addBox(btVector3(5, 0, -30), btVector3(20, step.height, 30));
+        level.addBox(btVector3(5, 0, -30), btVector3(20, height, 30));
         level.build();
         CharacterController player(level.physics(), btVector3(0, REST_HEIGHT, 0));
         level.walk(player, EAST, 180);
 
-        if (step.climbed)
-        {
-            EXPECT_NEAR(player.position().x(), 15, 0.01);
-            EXPECT_NEAR(player.position().y(), step.height + REST_HEIGHT, 0.005);
-        }
-        else
-        {
-            EXPECT_NEAR(player.position().y(), REST_HEIGHT, 0.005);
-            EXPECT_LT(player.position().x(), 5 - 0.5);
-            EXPECT_GT(player.position().x(), 5 - 1.2); // stopped by the ledge, not short of it
-        }
+        const btVector3 end = player.position();
+        EXPECT_NEAR(end.y(), (climbed ? height : 0) + REST_HEIGHT, 0.005);
+        if (climbed)
+            EXPECT_NEAR(end.x(), 15, 0.01);
+        else // stopped by the ledge, not short of it
+            EXPECT_TRUE(end.x() > 5 - 1.2f && end.x() < 5 - 0.5f) << end.x();
     }
 }
 
 TEST(CharacterController, WalksUpAndDownStairs)
 {
-    struct Case
+    // Treads narrower than the capsule: it stands on two lips at once.
+    for (auto [rise, tread] : {std::pair{0.25f, 0.5f}, {0.5f, 0.6f}})
     {
-        float rise;
-        float tread; // narrower than the capsule: it stands on two lips at once
-    };
-    for (Case stairs : {Case{0.25f, 0.5f}, Case{0.5f, 0.6f}})
-    {
-        SCOPED_TRACE(stairs.rise);
+        SCOPED_TRACE(rise);
         TestLevel level;
         level.addFloor();
         for (int i = 0; i < 8; ++i)
-            level.addBox(btVector3(5 + i * stairs.tread, 0, -10),
-                         btVector3(20, stairs.rise * (i + 1), 10));
+            level.addBox(btVector3(5 + i * tread, 0, -10), btVector3(20, rise * (i + 1), 10));
         level.build();
         CharacterController player(level.physics(), btVector3(0, REST_HEIGHT, 0));
 
         level.walk(player, EAST, 180);
         EXPECT_NEAR(player.position().x(), 15, 0.01);
-        EXPECT_NEAR(player.position().y(), 8 * stairs.rise + REST_HEIGHT, 0.005);
+        EXPECT_NEAR(player.position().y(), 8 * rise + REST_HEIGHT, 0.005);
         level.walk(player, -EAST, 180);
         EXPECT_NEAR(player.position().x(), 0, 0.01);
         EXPECT_NEAR(player.position().y(), REST_HEIGHT, 0.005);
@@ -254,31 +123,23 @@ TEST(CharacterController, WalksUnderALowCeiling)
 
 TEST(CharacterController, ClimbsRampsUpToTheSlopeLimit)
 {
-    struct Case
+    for (auto [angle, climbed] :
+         {std::pair{30.0f, true}, {40.0f, true}, {50.0f, false}, {60.0f, false}})
     {
-        float angle;
-        bool climbed;
-    };
-    for (Case ramp : {Case{30, true}, Case{40, true}, Case{50, false}, Case{60, false}})
-    {
-        SCOPED_TRACE(ramp.angle);
+        SCOPED_TRACE(angle);
         TestLevel level;
         level.addFloor();
-        level.addRamp(5, ramp.angle, 3);
+        level.addRamp(5, angle, 3);
         level.build();
         CharacterController player(level.physics(), btVector3(0, REST_HEIGHT, 0));
         level.walk(player, EAST, 240);
 
-        if (ramp.climbed)
-        {
-            EXPECT_NEAR(player.position().x(), 20, 0.01);
-            EXPECT_NEAR(player.position().y(), 3 + REST_HEIGHT, 0.005);
-        }
+        const btVector3 end = player.position();
+        EXPECT_NEAR(end.y(), (climbed ? 3 : 0) + REST_HEIGHT, climbed ? 0.005 : 0.05);
+        if (climbed)
+            EXPECT_NEAR(end.x(), 20, 0.01);
         else
-        {
-            EXPECT_LT(player.position().y(), REST_HEIGHT + 0.05);
-            EXPECT_LT(player.position().x(), 5);
-        }
+            EXPECT_LT(end.x(), 5);
     }
 }
 
@@ -428,10 +289,11 @@ TEST(CharacterController, KeepsItsSkinOnARandomWalk)
     // not, a thin wall. Walk it in random directions at random frame rates.
     TestLevel level;
     level.addFloor(30);
-    level.addBox(btVector3(-30, 0, -30), btVector3(30, 6, -29));
-    level.addBox(btVector3(-30, 0, 29), btVector3(30, 6, 30));
-    level.addBox(btVector3(-30, 0, -30), btVector3(-29, 6, 30));
-    level.addBox(btVector3(29, 0, -30), btVector3(30, 6, 30));
+    for (float side : {-30.0f, 29.0f})
+    {
+        level.addBox(btVector3(-30, 0, side), btVector3(30, 6, side + 1));
+        level.addBox(btVector3(side, 0, -30), btVector3(side + 1, 6, 30));
+    }
     for (int i = 0; i < 6; ++i)
         level.addBox(btVector3(-20 + i * 0.7f, 0, -20), btVector3(-10, 0.3f * (i + 1), -10));
     level.addBox(btVector3(-5, 0, 10), btVector3(-4, 0.7f, 20));
@@ -453,10 +315,9 @@ TEST(CharacterController, KeepsItsSkinOnARandomWalk)
         }
         level.frame(player, velocity, 1.0f / static_cast<float>(20 + random() % 125));
 
+        // Inside the yard, never below the floor (also false for NaN).
         const btVector3 at = player.position();
-        ASSERT_TRUE(std::isfinite(at.x()) && std::isfinite(at.y()) && std::isfinite(at.z()))
-            << frame;
-        ASSERT_LT(std::max(std::fabs(at.x()), std::fabs(at.z())), 29) << frame;
+        ASSERT_TRUE(std::fabs(at.x()) < 29 && std::fabs(at.z()) < 29) << frame;
         ASSERT_GE(at.y(), REST_HEIGHT - 0.001f) << frame;
         // A few thousandths of the skin may go at glancing touches; the capsule itself never.
         ASSERT_GT(deepestOverlap(level.physics(), at, 1.1f), -0.005f) << frame;

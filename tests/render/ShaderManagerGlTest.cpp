@@ -18,7 +18,7 @@ protected:
     {
         if (!gl.ok())
         {
-            GTEST_SKIP() << "no GL 3.2 context (no X display?)";
+            GTEST_SKIP() << "no GL 3.2 context: " << gl.error();
         }
     }
     void TearDown() override { ShaderManager::destroy(); }

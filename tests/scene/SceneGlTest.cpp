@@ -20,7 +20,7 @@ protected:
     {
         if (!gl.ok())
         {
-            GTEST_SKIP() << "no GL 3.2 context (no X display?)";
+            GTEST_SKIP() << "no GL 3.2 context: " << gl.error();
         }
         Settings::instance().defineBool("vbo", true);
         testing::internal::CaptureStderr();

@@ -10,6 +10,7 @@ GlContext::GlContext()
 {
     if (SDL_Init(SDL_INIT_VIDEO) < 0)
     {
+        why = SDL_GetError();
         return;
     }
     SDL_GL_SetAttribute(SDL_GL_CONTEXT_MAJOR_VERSION, 3);
@@ -20,9 +21,14 @@ GlContext::GlContext()
     window = SDL_CreateWindow("Blotch GL test", 0, 0, 64, 64, SDL_WINDOW_OPENGL | SDL_WINDOW_HIDDEN);
     if (!window)
     {
+        why = SDL_GetError();
         return;
     }
     context = SDL_GL_CreateContext(window);
+    if (!context)
+    {
+        why = SDL_GetError();
+    }
     glewExperimental = GL_TRUE;
     if (context && glewInit() != GLEW_OK)
     {

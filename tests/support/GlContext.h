@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 struct SDL_Window;
 
 // A real hidden window with a GL 3.2 compatibility context, as the game makes it, for tests that
@@ -13,8 +15,11 @@ public:
     GlContext& operator=(const GlContext&) = delete;
 
     bool ok() const { return context != nullptr; }
+    // Why there is no context.
+    const char* error() const { return why.c_str(); }
 
 private:
+    std::string why;
     SDL_Window* window = nullptr;
     void* context = nullptr;
 };
