@@ -237,13 +237,6 @@ bool Game::buildLevel(std::string& reason)
     std::fflush(stdout);
 
     const int32_t count = levelLoader->vertexCount;
-    if (count < 3 || count % 3 != 0)
-    {
-        reason = levelLoader->error().empty()
-                     ? std::string(LEVEL_FILE) + " holds no triangles to walk on"
-                     : levelLoader->error();
-        return false;
-    }
     auto built = std::make_unique<Level>();
     built->setMesh(std::move(levelLoader->vertices), std::move(levelLoader->normals),
                    std::move(levelLoader->uvs), count);
@@ -251,7 +244,9 @@ bool Game::buildLevel(std::string& reason)
     built->initBuffers();
     if (!built->buildPhysics())
     {
-        reason = "its triangles could not be made into a collision mesh";
+        reason = levelLoader->error().empty()
+                     ? std::string(LEVEL_FILE) + " holds no triangles to walk on"
+                     : levelLoader->error();
         return false;
     }
     level = built.get();
