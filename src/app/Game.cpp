@@ -8,6 +8,7 @@
 #include "render/ShaderManager.h"
 #include "render/TextureManager.h"
 #include "scene/FbxLoader.h"
+#include "scene/Frustum.h"
 #include "scene/Level.h"
 #include "scene/SceneNode.h"
 #include "scene/SphereChain.h"
@@ -68,6 +69,7 @@ Game::~Game()
     // The registries, in the order later ones may still use earlier ones. A registry that was
     // never created is skipped: building one just to delete it would need a GL context that a
     // failed start may not have.
+    Frustum::destroy();
     if (PhysicsWorld::exists())
     {
         PhysicsWorld::destroy();
@@ -212,6 +214,7 @@ bool Game::loadMatch()
     sceneRoot = std::make_unique<SceneNode>();
     levelLoader = std::make_unique<FbxLoader>();
     PhysicsWorld::instance();
+    Frustum::instance();
     loadOwnShaders();
 
     const bool built = buildLevel(noMatchReason);
@@ -384,7 +387,9 @@ void Game::update()
     if (player)
     {
         PhysicsWorld::instance().step(dt);
+        view = viewMatrix(player->camera());
     }
+    Frustum::instance().update(perspective, view);
     if (sceneRoot)
     {
         sceneRoot->update(dt);

@@ -1,19 +1,18 @@
 #include "physics/LevelCollision.h"
 
 #include "physics/Ball.h"
+#include "physics/TriangleTree.h"
 #include "scene/Level.h"
 
 #include <btBulletDynamicsCommon.h>
 
 #include <cstdio>
 #include <cstring>
-#include <numeric>
 
 namespace
 {
 // A manifold keeps points a little apart from the surface; only real touches paint.
 const float TOUCH_DISTANCE = 0.05f;
-const int VERTEX_STRIDE = 4 * sizeof(float); // x, y, z, 1 per vertex
 
 PhysicsBody* tagOf(const btCollisionObject* object)
 {
@@ -76,23 +75,9 @@ void PhysicsContactReport::onTick(btDynamicsWorld& world)
 }
 
 LevelCollision::LevelCollision(Level& level, const float* vertices, int32_t vertexCount)
-    : tag{"Level", &level}, indices(static_cast<size_t>(vertexCount))
+    : tag{"Level", &level}, tree(std::make_unique<TriangleTree>(vertices, vertexCount))
 {
-    std::iota(indices.begin(), indices.end(), 0);
-    btIndexedMesh part;
-    part.m_numTriangles = vertexCount / 3;
-    part.m_triangleIndexBase = reinterpret_cast<const unsigned char*>(indices.data());
-    part.m_triangleIndexStride = 3 * sizeof(int32_t);
-    part.m_numVertices = vertexCount;
-    part.m_vertexBase = reinterpret_cast<const unsigned char*>(vertices);
-    part.m_vertexStride = VERTEX_STRIDE;
-    part.m_indexType = PHY_INTEGER;
-    part.m_vertexType = PHY_FLOAT;
-    mesh = std::make_unique<btTriangleIndexVertexArray>();
-    mesh->addIndexedMesh(part, PHY_INTEGER);
-    shape = std::make_unique<btBvhTriangleMeshShape>(mesh.get(), true);
-
-    btRigidBody::btRigidBodyConstructionInfo info(0.0f, nullptr, shape.get());
+    btRigidBody::btRigidBodyConstructionInfo info(0.0f, nullptr, &tree->shape());
     body = std::make_unique<btRigidBody>(info);
     body->setUserPointer(&tag);
 

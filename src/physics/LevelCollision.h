@@ -4,14 +4,12 @@
 
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 class Ball;
 class Level;
-class btBvhTriangleMeshShape;
+class TriangleTree;
 class btDynamicsWorld;
 class btRigidBody;
-class btTriangleIndexVertexArray;
 
 // Tells the level where paint balls touch it. Runs after each internal physics tick: for every
 // live ball touching the level it hands the contact point on the level, the level's outward normal
@@ -34,14 +32,12 @@ public:
     LevelCollision(const LevelCollision&) = delete;
     LevelCollision& operator=(const LevelCollision&) = delete;
 
-    btBvhTriangleMeshShape& getShape() { return *shape; }
+    const TriangleTree& getTree() const { return *tree; }
     PhysicsContactReport& getContactReport() { return contactReport; }
 
 private:
     PhysicsContactReport contactReport;
     PhysicsBody tag;
-    std::vector<int32_t> indices; // 0, 1, 2, ...: the level's vertices are not shared
-    std::unique_ptr<btTriangleIndexVertexArray> mesh;
-    std::unique_ptr<btBvhTriangleMeshShape> shape;
+    std::unique_ptr<TriangleTree> tree;
     std::unique_ptr<btRigidBody> body;
 };

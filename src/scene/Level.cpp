@@ -2,10 +2,13 @@
 
 #include "app/Settings.h"
 #include "physics/LevelCollision.h"
+#include "physics/TriangleTree.h"
+#include "scene/Decal.h"
 #include "render/Shader.h"
 
 #include <GL/glew.h>
 
+#include <cmath>
 #include <cstdio>
 
 namespace
@@ -131,4 +134,41 @@ bool Level::buildPhysics()
 void Level::paintHit(Vec3 point, Vec3 normal, Vec4 colour)
 {
     hits.push_back({point, normal, colour});
+    std::list<DecalPolygon> polygons = cutSplat(point, normal);
+    if (polygons.empty())
+    {
+        return;
+    }
+    Vec3 min, max;
+    splat::bounds(polygons, min, max);
+    decals.push_back(std::make_unique<Decal>(polygons, std::make_unique<Bounds>(Bounds::fromMinMax(min, max)),
+                                             colour));
+}
+
+std::list<DecalPolygon> Level::cutSplat(Vec3 point, Vec3 normal, bool tree) const
+{
+    const SplatFrame frame = splat::frame(point, normal);
+    std::list<DecalPolygon> polygons;
+    if (!std::isfinite(frame.bitangent.x) || !std::isfinite(frame.bitangent.y) ||
+        !std::isfinite(frame.bitangent.z))
+    {
+        return polygons; // a zero normal, or a tangent along it: no surface to paint
+    }
+    if (tree && collision)
+    {
+        Vec3 min, max;
+        splat::box(frame, min, max);
+        std::vector<int> nearby;
+        collision->getTree().query(min, max, nearby);
+        for (int triangle : nearby)
+        {
+            splat::cutTriangle(frame, vertices.get(), triangle, polygons);
+        }
+        return polygons;
+    }
+    for (int triangle = 0; triangle < vertexCount / 3; ++triangle)
+    {
+        splat::cutTriangle(frame, vertices.get(), triangle, polygons);
+    }
+    return polygons;
 }

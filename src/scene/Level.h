@@ -1,6 +1,7 @@
 #pragma once
 
 #include "scene/SceneNode.h"
+#include "scene/Splat.h"
 
 #include <cstdint>
 #include <list>
@@ -36,8 +37,13 @@ public:
     // Makes the physics scene with the level's triangles as its static collision. False (with
     // "[ERROR] Triangle Mesh is not valid!") when the mesh is not a whole number of triangles.
     bool buildPhysics();
-    // A paint ball struck the level at POINT, whose outward normal is NORMAL.
+    // A paint ball struck the level at POINT, whose outward normal is NORMAL: cuts a splat out
+    // of the surface around it and sticks it on as a decal (which also plays the splash).
     void paintHit(Vec3 point, Vec3 normal, Vec4 colour);
+    // The splat's polygons for a hit, without making a decal. The triangles near the hit come
+    // from the collision tree when the level has one (TREE), else from a scan of every triangle;
+    // both give the same polygons in the same order.
+    std::list<DecalPolygon> cutSplat(Vec3 point, Vec3 normal, bool tree = true) const;
     const std::vector<PaintHit>& getHits() const { return hits; }
 
     void update(float) override {}
