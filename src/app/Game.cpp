@@ -1,9 +1,11 @@
 #include "app/Game.h"
 
+#include "app/Hud.h"
 #include "app/Menu.h"
 #include "app/Settings.h"
 #include "physics/PhysicsWorld.h"
 #include "physics/Player.h"
+#include "render/FontManager.h"
 #include "render/Shader.h"
 #include "render/ShaderManager.h"
 #include "render/TextureManager.h"
@@ -61,6 +63,7 @@ Game::~Game()
     shaders.clear();
     player.reset();
     levelLoader.reset();
+    hud.reset();
     menu.reset();
     level = nullptr;
     sceneRoot.reset();
@@ -69,6 +72,10 @@ Game::~Game()
     // The registries, in the order later ones may still use earlier ones. A registry that was
     // never created is skipped: building one just to delete it would need a GL context that a
     // failed start may not have.
+    if (FontManager::exists())
+    {
+        FontManager::destroy();
+    }
     Frustum::destroy();
     if (PhysicsWorld::exists())
     {
@@ -124,6 +131,7 @@ bool Game::init()
 
     ShaderManager::instance();
     TextureManager::instance();
+    FontManager::instance();
 
     Settings& settings = Settings::instance();
     settings.defineBool("help", false);
@@ -138,6 +146,7 @@ bool Game::init()
     settings.defineInt("gamestate", 3, 0);
     settings.defineInt("menu-pos", 2, 0);
 
+    FontManager::instance().load("bankgothic-black");
     SoundManager::instance().playMusic();
     menu = std::make_unique<Menu>();
     clock.reset(static_cast<double>(SDL_GetTicks()));
@@ -222,6 +231,7 @@ bool Game::loadMatch()
     {
         player = std::make_unique<Player>();
     }
+    hud = std::make_unique<Hud>(Vec3{-412.0f, 284.0f, 0.0f});
 
     SDL_GetRelativeMouseState(nullptr, nullptr); // forget motion collected while loading
     matchStartTicks = static_cast<double>(SDL_GetTicks());
@@ -361,6 +371,7 @@ void Game::pressKey(int scancode)
 void Game::showLoadingFrame()
 {
     render();
+    FontManager::instance().draw("bankgothic-black", 0.0f, 200.0f, "loading...", FontManager::ALIGN_CENTRE);
     SDL_GL_SwapWindow(display->window);
 }
 
@@ -398,6 +409,18 @@ void Game::update()
     if (player)
     {
         updatePlayer(dt);
+    }
+    if (hud)
+    {
+        if (player)
+        {
+            hud->setColour(player->currentColour());
+        }
+        hud->setFps(static_cast<int>(clock.fps));
+        hud->setTime(static_cast<int>(now / 1000.0)); // since the program started, menu included
+    }
+    if (player)
+    {
         if (player->camera().position.y < FALL_HEIGHT && dt > 0.0f)
         {
             Settings::instance().cycle("gamestate");
@@ -513,7 +536,10 @@ void Game::renderPlaying()
 
     glDisable(GL_DEPTH_TEST);
     glDepthMask(GL_FALSE);
-    // The overlay goes here.
+    if (hud)
+    {
+        hud->draw();
+    }
     glDepthMask(GL_TRUE);
     glEnable(GL_DEPTH_TEST);
 }

@@ -9,6 +9,7 @@
 #include <string>
 
 class FbxLoader;
+class Hud;
 class Level;
 class Menu;
 class Player;
@@ -66,6 +67,7 @@ public:
     const Mat4& getPerspective() const { return perspective; }
     bool hasMatch() const { return player != nullptr; }
     Player* getPlayer() const { return player.get(); }
+    Hud* getHud() const { return hud.get(); }
     Level* getLevel() const { return level; }
     const Vec4& getAmbientColor() const { return ambientColor; }
 
@@ -93,6 +95,7 @@ private:
     float cooldown = 0.0f; // seconds; counts down while positive and nothing arms it
     std::unique_ptr<Player> player;
     std::unique_ptr<FbxLoader> levelLoader;
+    std::unique_ptr<Hud> hud;
     std::unique_ptr<Menu> menu;
     std::unique_ptr<SceneNode> sceneRoot;
     std::unique_ptr<SphereChain> sphereChain; // marks a spot in the level

@@ -6,13 +6,15 @@
 #include <utility>
 #include <variant>
 
-namespace fbx {
+namespace fbx
+{
 
 // Why a read failed: what, where in the file (byte offset) and in which record.
-struct Error {
-    std::string reason;   // "compressed array does not inflate to 2048 bytes"
-    std::string path;     // record path, "Objects/Geometry/Vertices"; empty outside any record
-    int64_t offset = -1;  // byte offset into the file; -1 when no byte is to blame (file not found)
+struct Error
+{
+    std::string reason;  // "compressed array does not inflate to 2048 bytes"
+    std::string path;    // record path, "Objects/Geometry/Vertices"; empty outside any record
+    int64_t offset = -1; // byte offset into the file; -1 when no byte is to blame (file not found)
 
     // "Objects/Geometry/Vertices at byte 12345: compressed array does not inflate to 2048 bytes"
     std::string text() const;
@@ -20,8 +22,8 @@ struct Error {
 
 // A value or the Error that prevented it. Nothing in the library throws; every fallible call
 // returns one of these and the caller must look at ok() before value().
-template <class T>
-class Result {
+template <class T> class Result
+{
 public:
     Result(T value) : v_(std::in_place_index<0>, std::move(value)) {}
     Result(Error error) : v_(std::in_place_index<1>, std::move(error)) {}
@@ -30,19 +32,35 @@ public:
     explicit operator bool() const { return ok(); }
 
     // Only when ok().
-    T& value() & { assert(ok()); return *std::get_if<0>(&v_); }
-    const T& value() const& { assert(ok()); return *std::get_if<0>(&v_); }
-    T&& value() && { assert(ok()); return std::move(*std::get_if<0>(&v_)); }
+    T& value() &
+    {
+        assert(ok());
+        return *std::get_if<0>(&v_);
+    }
+    const T& value() const&
+    {
+        assert(ok());
+        return *std::get_if<0>(&v_);
+    }
+    T&& value() &&
+    {
+        assert(ok());
+        return std::move(*std::get_if<0>(&v_));
+    }
     T& operator*() & { return value(); }
     const T& operator*() const& { return value(); }
     T* operator->() { return &value(); }
     const T* operator->() const { return &value(); }
 
     // Only when !ok().
-    const Error& error() const { assert(!ok()); return *std::get_if<1>(&v_); }
+    const Error& error() const
+    {
+        assert(!ok());
+        return *std::get_if<1>(&v_);
+    }
 
 private:
     std::variant<T, Error> v_;
 };
 
-}  // namespace fbx
+} // namespace fbx

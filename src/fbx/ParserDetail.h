@@ -12,12 +12,15 @@
 #include "fbx/Reader.h"
 #include "fbx/Record.h"
 
-namespace fbx::detail {
+namespace fbx::detail
+{
 
-Result<RecordTree> parseBinary(std::span<const uint8_t> bytes, const FileInfo& info, const ParseOptions& options);
-Result<RecordTree> parseAscii(std::span<const uint8_t> bytes, const FileInfo& info, const ParseOptions& options);
+Result<RecordTree> parseBinary(std::span<const uint8_t> bytes, const FileInfo& info,
+                               const ParseOptions& options);
+Result<RecordTree> parseAscii(std::span<const uint8_t> bytes, const FileInfo& info,
+                              const ParseOptions& options);
 
 // "Objects/Geometry/Vertices"
 std::string joinPath(const std::vector<std::string_view>& names);
 
-}  // namespace fbx::detail
+} // namespace fbx::detail

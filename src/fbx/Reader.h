@@ -9,9 +9,11 @@
 #include "fbx/Error.h"
 #include "fbx/Record.h"
 
-namespace fbx {
+namespace fbx
+{
 
-struct Version {
+struct Version
+{
     int major = 0;
     int minor = 0;
     int revision = 0;
@@ -24,7 +26,8 @@ inline constexpr Version kReaderVersion{1, 0, 0};
 Version splitVersion(uint32_t fileVersion);
 
 // Limits that keep a hostile file from taking the machine down, and how to read fast.
-struct ParseOptions {
+struct ParseOptions
+{
     uint32_t maxDepth = 64;                    // records nested deeper are an error
     uint64_t memoryBudget = uint64_t(2) << 30; // bytes of parsed data (arrays, strings, records)
     // Compressed arrays that inflate to at least parallelInflateBytes are inflated after the
@@ -36,7 +39,8 @@ struct ParseOptions {
 };
 
 // A whole file in memory.
-struct FileBytes {
+struct FileBytes
+{
     Block block;
     size_t size = 0;
     const uint8_t* data() const { return reinterpret_cast<const uint8_t*>(block.get()); }
@@ -55,4 +59,4 @@ Result<FileInfo> sniff(std::span<const uint8_t> bytes);
 // naming the byte offset and record path.
 Result<RecordTree> parse(std::span<const uint8_t> bytes, const ParseOptions& options = {});
 
-}  // namespace fbx
+} // namespace fbx

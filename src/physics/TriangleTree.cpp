@@ -9,12 +9,13 @@ namespace
 {
 const int VERTEX_STRIDE = 4 * sizeof(float); // x, y, z, 1 per vertex
 
-// Gathers the indices of the triangles the tree visits.
-class Collector : public btTriangleCallback
+// Gathers the indices of the tree's leaves that overlap the box. Working on the nodes directly
+// skips fetching each triangle's vertices, which the caller reads itself anyway.
+class Collector : public btNodeOverlapCallback
 {
 public:
     explicit Collector(std::vector<int>& out) : out(out) {}
-    void processTriangle(btVector3*, int, int triangleIndex) override { out.push_back(triangleIndex); }
+    void processNode(int, int triangleIndex) override { out.push_back(triangleIndex); }
 
 private:
     std::vector<int>& out;
@@ -45,6 +46,7 @@ void TriangleTree::query(const Vec3& min, const Vec3& max, std::vector<int>& tri
 {
     triangles.clear();
     Collector collector(triangles);
-    bvh->processAllTriangles(&collector, btVector3(min.x, min.y, min.z), btVector3(max.x, max.y, max.z));
+    bvh->getOptimizedBvh()->reportAabbOverlappingNodex(&collector, btVector3(min.x, min.y, min.z),
+                                                       btVector3(max.x, max.y, max.z));
     std::sort(triangles.begin(), triangles.end()); // paint is cut in the level's own order
 }

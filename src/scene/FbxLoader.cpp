@@ -1,5 +1,7 @@
 #include "scene/FbxLoader.h"
 
+#include <cfloat>
+#include <cmath>
 #include <cstdio>
 #include <vector>
 
@@ -12,69 +14,101 @@ using fbx::MappingType;
 using fbx::Mesh;
 using fbx::ReferenceType;
 
-namespace {
+namespace
+{
 
-const int64_t MAX_VERTICES = INT32_MAX;  // vertexCount is a signed 32-bit count
+const int64_t MAX_VERTICES = INT32_MAX; // vertexCount is a signed 32-bit count
 
-void printBanner(const char* title) {
+// double to float without the undefined behaviour of converting an out-of-range value:
+// a hostile file may hold 1e300.
+float narrow(double d)
+{
+    if (d >= -FLT_MAX && d <= FLT_MAX)
+        return static_cast<float>(d);
+    if (d != d)
+        return NAN;
+    return d > 0 ? INFINITY : -INFINITY;
+}
+
+void printBanner(const char* title)
+{
     std::printf("\n\n---------------------\n%s\n---------------------\n\n", title);
 }
 
 // Index into an element's value array, or -1 when the array does not hold it.
-int64_t checked(int64_t index, const LayerElement& e, size_t components) {
-    if (index < 0 || components == 0) return -1;
+int64_t checked(int64_t index, const LayerElement& e, size_t components)
+{
+    if (index < 0 || components == 0)
+        return -1;
     return static_cast<uint64_t>(index) < e.direct.size() / components ? index : -1;
 }
 
-int64_t indexed(const fbx::ArrayRef<int32_t>& index, int64_t at) {
-    return at >= 0 && static_cast<uint64_t>(at) < index.size() ? index[static_cast<size_t>(at)] : -1;
+int64_t indexed(const fbx::ArrayRef<int32_t>& index, int64_t at)
+{
+    return at >= 0 && static_cast<uint64_t>(at) < index.size() ? index[static_cast<size_t>(at)]
+                                                               : -1;
 }
 
 // The import's texture coordinate rules: which UV value of
 // this element belongs to a polygon vertex, and whether it is stored or only reported.
 // ByPolygonVertex elements go through the mesh's texture-UV index, which the SDK takes from
 // layer 0's UV element whatever layer this element is on: kept as the game had it.
-int64_t uvValue(const Mesh& mesh, const LayerElement& e, uint32_t polygonVertex, int32_t point, bool& stored) {
+int64_t uvValue(const Mesh& mesh, const LayerElement& e, uint32_t polygonVertex, int32_t point,
+                bool& stored)
+{
     stored = false;
-    if (e.mapping == MappingType::ByControlPoint) {
-        if (e.reference == ReferenceType::IndexToDirect) {
+    if (e.mapping == MappingType::ByControlPoint)
+    {
+        if (e.reference == ReferenceType::IndexToDirect)
+        {
             stored = true;
             return checked(indexed(e.index, point), e, 2);
         }
-        if (e.reference == ReferenceType::Direct) return checked(point, e, 2);  // reported, not stored
+        if (e.reference == ReferenceType::Direct)
+            return checked(point, e, 2); // reported, not stored
         return -1;
     }
     if (e.mapping == MappingType::ByPolygonVertex &&
-        (e.reference == ReferenceType::Direct || e.reference == ReferenceType::IndexToDirect)) {
+        (e.reference == ReferenceType::Direct || e.reference == ReferenceType::IndexToDirect))
+    {
         stored = true;
         return checked(mesh.textureUvIndex(polygonVertex), e, 2);
     }
     return -1;
 }
 
-int64_t colorValue(const LayerElement& e, uint32_t polygonVertex, int32_t point) {
+int64_t colorValue(const LayerElement& e, uint32_t polygonVertex, int32_t point)
+{
     int64_t at = -1;
-    if (e.mapping == MappingType::ByControlPoint) at = point;
-    else if (e.mapping == MappingType::ByPolygonVertex) at = polygonVertex;
-    if (e.reference == ReferenceType::IndexToDirect) at = indexed(e.index, at);
-    else if (e.reference != ReferenceType::Direct) at = -1;
+    if (e.mapping == MappingType::ByControlPoint)
+        at = point;
+    else if (e.mapping == MappingType::ByPolygonVertex)
+        at = polygonVertex;
+    if (e.reference == ReferenceType::IndexToDirect)
+        at = indexed(e.index, at);
+    else if (e.reference != ReferenceType::Direct)
+        at = -1;
     return checked(at, e, 4);
 }
 
 // Only normals mapped by polygon vertex with direct reference are stored; the others are ignored.
-int64_t storedNormal(const LayerElement& e, uint32_t polygonVertex) {
-    if (e.mapping != MappingType::ByPolygonVertex || e.reference != ReferenceType::Direct) return -1;
+int64_t storedNormal(const LayerElement& e, uint32_t polygonVertex)
+{
+    if (e.mapping != MappingType::ByPolygonVertex || e.reference != ReferenceType::Direct)
+        return -1;
     return checked(polygonVertex, e, 3);
 }
 
-}  // namespace
+} // namespace
 
-struct FbxLoader::Layers {
+struct FbxLoader::Layers
+{
     std::vector<const LayerElement*> normals;
     std::vector<const LayerElement*> uvs;
 };
 
-FbxLoader::FbxLoader() {
+FbxLoader::FbxLoader()
+{
     std::printf("\n-------FBX Loader-------------\n");
     std::printf("FBX version number for this FBX SDK is %d.%d.%d\n\n", fbx::kReaderVersion.major,
                 fbx::kReaderVersion.minor, fbx::kReaderVersion.revision);
@@ -82,7 +116,8 @@ FbxLoader::FbxLoader() {
 
 FbxLoader::~FbxLoader() = default;
 
-bool FbxLoader::load(const std::string& path) {
+bool FbxLoader::load(const std::string& path)
+{
     std::printf("\n-------loading the scene\n");
     scene_.reset();
     error_.clear();
@@ -94,28 +129,36 @@ bool FbxLoader::load(const std::string& path) {
     // Reading: the file into memory. Every later step still runs and reports, as the SDK's
     // importer did, so a missing file prints each failure line with its reason.
     fbx::Result<fbx::FileBytes> file = fbx::readFile(path);
-    if (file) std::printf("Reading File succeeded\n");
-    else {
+    if (file)
+        std::printf("Reading File succeeded\n");
+    else
+    {
         error_ = file.error().text();
         std::printf("Reading File failed: %s\n", error_.c_str());
     }
 
-    fbx::Result<fbx::FileInfo> info = file ? fbx::sniff(file->span()) : fbx::Result<fbx::FileInfo>(file.error());
+    fbx::Result<fbx::FileInfo> info =
+        file ? fbx::sniff(file->span()) : fbx::Result<fbx::FileInfo>(file.error());
     fbx::Version version = info ? fbx::splitVersion(info->version) : fbx::Version{};
-    std::printf("\nFBX version number for file %s is %d.%d.%d\n\n", path.c_str(), version.major, version.minor,
-                version.revision);
+    std::printf("\nFBX version number for file %s is %d.%d.%d\n\n", path.c_str(), version.major,
+                version.minor, version.revision);
 
-    if (info) std::printf("File Format recognized\n");
-    else std::printf("File Format not recognized: %s\n", info.error().text().c_str());
+    if (info)
+        std::printf("File Format recognized\n");
+    else
+        std::printf("File Format not recognized: %s\n", info.error().text().c_str());
 
     // Import: parse and resolve everything (the SDK's import options asked for all of it).
-    fbx::Result<fbx::Document> scene = info ? fbx::Document::parse(file->span()) : fbx::Result<fbx::Document>(info.error());
-    if (scene && !scene->takes().empty()) {
+    fbx::Result<fbx::Document> scene =
+        info ? fbx::Document::parse(file->span()) : fbx::Result<fbx::Document>(info.error());
+    if (scene && !scene->takes().empty())
+    {
         const std::vector<fbx::Take>& takes = scene->takes();
         std::printf("Take Information\n");
         std::printf("   Number of takes: %d\n", static_cast<int>(takes.size()));
         std::printf("   Current take: \"%s\"\n\n", scene->currentTake().c_str());
-        for (size_t i = 0; i < takes.size(); ++i) {
+        for (size_t i = 0; i < takes.size(); ++i)
+        {
             std::printf("    Take %d\n", static_cast<int>(i));
             std::printf("         Name: \"%s\"\n", takes[i].name.c_str());
             std::printf("         Description: \"%s\"\n", takes[i].description.c_str());
@@ -123,7 +166,8 @@ bool FbxLoader::load(const std::string& path) {
             std::printf("         Import State: %s\n\n", takes[i].importState ? "true" : "false");
         }
     }
-    if (!scene) {
+    if (!scene)
+    {
         error_ = scene.error().text();
         std::printf("Importing File failed: %s\n", error_.c_str());
         return false;
@@ -133,9 +177,11 @@ bool FbxLoader::load(const std::string& path) {
     return true;
 }
 
-void FbxLoader::printMetaData() {
+void FbxLoader::printMetaData()
+{
     const fbx::DocumentInfo* info = scene_ ? scene_->documentInfo() : nullptr;
-    if (!info) return;
+    if (!info)
+        return;
     printBanner("Meta-Data");
     std::printf("    Title: %s\n", info->title.c_str());
     std::printf("    Subject: %s\n", info->subject.c_str());
@@ -143,63 +189,98 @@ void FbxLoader::printMetaData() {
     std::printf("    Keywords: %s\n", info->keywords.c_str());
     std::printf("    Revision: %s\n", info->revision.c_str());
     std::printf("    Comment: %s\n", info->comment.c_str());
-    if (!info->thumbnail) return;
+    if (!info->thumbnail)
+        return;
     const fbx::Thumbnail& t = *info->thumbnail;
-    if (t.format == 0) std::printf("        Format: RGB\n");
-    else if (t.format == 1) std::printf("        Format: RGBA\n");
+    if (t.format == 0)
+        std::printf("        Format: RGB\n");
+    else if (t.format == 1)
+        std::printf("        Format: RGBA\n");
     long bytes = static_cast<long>(t.data.size());
-    if (t.size == 64) std::printf("        Size: 64 x 64 pixels (%ld bytes)\n", bytes);
-    else if (t.size == 128) std::printf("        Size: 128 x 128 pixels (%ld bytes)\n", bytes);
-    else std::printf("        Size: no dimensions specified (%ld bytes)\n", bytes);
+    if (t.size == 64)
+        std::printf("        Size: 64 x 64 pixels (%ld bytes)\n", bytes);
+    else if (t.size == 128)
+        std::printf("        Size: 128 x 128 pixels (%ld bytes)\n", bytes);
+    else
+        std::printf("        Size: no dimensions specified (%ld bytes)\n", bytes);
 }
 
-void FbxLoader::printHierarchy() {
+void FbxLoader::printHierarchy()
+{
     printBanner("Hierarchy");
-    if (!scene_) return;
-    for (int n : scene_->walkOrder()) {
+    if (!scene_)
+        return;
+    for (int n : scene_->walkOrder())
+    {
         const fbx::Node& node = scene_->nodes()[n];
         std::printf("%*s%s\n", node.depth * 4, "", node.name.c_str());
     }
 }
 
-void FbxLoader::convertNodes() {
+void FbxLoader::convertNodes()
+{
     printBanner("Node Content");
-    if (!scene_) return;
-    for (int n : scene_->walkOrder()) {
+    if (!scene_)
+        return;
+    for (int n : scene_->walkOrder())
+    {
         const fbx::Node& node = scene_->nodes()[n];
-        if (!node.hasAttribute) {
+        if (!node.hasAttribute)
+        {
             std::printf("NULL Node Attribute\n\n");
-        } else {
-            switch (node.attributeType) {
-            case fbx::AttributeType::Marker: std::printf("Node is a Marker\n"); break;
-            case fbx::AttributeType::Skeleton: std::printf("Node is a Skeleton\n"); break;
+        }
+        else
+        {
+            switch (node.attributeType)
+            {
+            case fbx::AttributeType::Marker:
+                std::printf("Node is a Marker\n");
+                break;
+            case fbx::AttributeType::Skeleton:
+                std::printf("Node is a Skeleton\n");
+                break;
             case fbx::AttributeType::Mesh:
                 std::printf("Node is a Mesh\n");
                 std::printf("Mesh Name: %s\n", node.name.c_str());
-                if (node.mesh >= 0) convertMesh(scene_->meshes()[node.mesh]);
+                if (node.mesh >= 0)
+                    convertMesh(scene_->meshes()[node.mesh]);
                 break;
-            case fbx::AttributeType::Nurb: std::printf("Node is a Nurb\n"); break;
-            case fbx::AttributeType::Patch: std::printf("Node is a Patch\n"); break;
-            case fbx::AttributeType::Camera: std::printf("Node is a Camera\n"); break;
-            case fbx::AttributeType::Light: std::printf("Node is a Light\n"); break;
-            default: break;
+            case fbx::AttributeType::Nurb:
+                std::printf("Node is a Nurb\n");
+                break;
+            case fbx::AttributeType::Patch:
+                std::printf("Node is a Patch\n");
+                break;
+            case fbx::AttributeType::Camera:
+                std::printf("Node is a Camera\n");
+                break;
+            case fbx::AttributeType::Light:
+                std::printf("Node is a Light\n");
+                break;
+            default:
+                break;
             }
         }
         printGeometricTransform(node);
     }
 }
 
-void FbxLoader::convertMesh(const Mesh& mesh) {
-    if (verbose) printControlPoints(mesh);
+void FbxLoader::convertMesh(const Mesh& mesh)
+{
+    if (verbose)
+        printControlPoints(mesh);
 
     // Count first, allocate, then fill: nothing can be written past the arrays. Polygons
     // with more than three corners are fanned (corners 0, k, k+1); fewer than three are skipped.
     const size_t polygons = mesh.polygonCount();
     int64_t triangles = 0;
     for (size_t p = 0; p < polygons; ++p)
-        if (mesh.polygonSize(p) >= 3) triangles += mesh.polygonSize(p) - 2;
-    if (triangles * 3 > MAX_VERTICES) {
-        std::printf("Mesh has too many triangles (%lld): not converted\n", static_cast<long long>(triangles));
+        if (mesh.polygonSize(p) >= 3)
+            triangles += mesh.polygonSize(p) - 2;
+    if (triangles * 3 > MAX_VERTICES)
+    {
+        std::printf("Mesh has too many triangles (%lld): not converted\n",
+                    static_cast<long long>(triangles));
         return;
     }
     // A later mesh replaces the arrays of an earlier one: the level is the last mesh.
@@ -209,68 +290,92 @@ void FbxLoader::convertMesh(const Mesh& mesh) {
     uvs = vertexCount ? std::make_unique<float[]>(size_t(vertexCount) * 2) : nullptr;
 
     const std::vector<const LayerElement*> groups = mesh.elements(LayerElementKind::PolygonGroup);
-    const Layers layers{mesh.elements(LayerElementKind::Normal), mesh.elements(LayerElementKind::UV)};
-    if (verbose) std::printf("    Polygons\n");
+    const Layers layers{mesh.elements(LayerElementKind::Normal),
+                        mesh.elements(LayerElementKind::UV)};
+    if (verbose)
+        std::printf("    Polygons\n");
     size_t vertex = 0;
-    for (size_t p = 0; p < polygons; ++p) {
+    for (size_t p = 0; p < polygons; ++p)
+    {
         const uint32_t start = mesh.polygonStart(p);
         const uint32_t size = mesh.polygonSize(p);
-        if (verbose) std::printf("        Polygon %d\n", static_cast<int>(p));
-        for (const LayerElement* g : groups) {
-            if (g->mapping == MappingType::ByPolygon && g->reference == ReferenceType::Index) {
-                if (verbose && p < g->index.size()) std::printf("        Assigned to group: %d\n", g->index[p]);
-            } else {
+        if (verbose)
+            std::printf("        Polygon %d\n", static_cast<int>(p));
+        for (const LayerElement* g : groups)
+        {
+            if (g->mapping == MappingType::ByPolygon && g->reference == ReferenceType::Index)
+            {
+                if (verbose && p < g->index.size())
+                    std::printf("        Assigned to group: %d\n", g->index[p]);
+            }
+            else
+            {
                 // Reported whatever verbose says, as the game did.
                 std::printf("        \"unsupported group assignment\"\n");
             }
         }
         if (verbose)
-            for (uint32_t k = 0; k < size; ++k) printPolygonVertex(mesh, start + k);
-        for (uint32_t k = 1; k + 1 < size; ++k) {
+            for (uint32_t k = 0; k < size; ++k)
+                printPolygonVertex(mesh, start + k);
+        for (uint32_t k = 1; k + 1 < size; ++k)
+        {
             storeVertex(mesh, layers, start, vertex++);
             storeVertex(mesh, layers, start + k, vertex++);
             storeVertex(mesh, layers, start + k + 1, vertex++);
         }
     }
-    if (verbose) printEdgeVisibility(mesh);
+    if (verbose)
+        printEdgeVisibility(mesh);
 }
 
 // The corner's per-vertex values come from the file's polygon vertex of that corner, so a
 // fanned polygon reuses the values of its shared corners.
-void FbxLoader::storeVertex(const Mesh& mesh, const Layers& layers, uint32_t polygonVertex, size_t vertex) {
+void FbxLoader::storeVertex(const Mesh& mesh, const Layers& layers, uint32_t polygonVertex,
+                            size_t vertex)
+{
     const int32_t point = mesh.polygonVertex(polygonVertex);
     const double* p = mesh.controlPoints.data() + size_t(point) * 3;
     float* v = vertices.get() + vertex * 4;
-    v[0] = static_cast<float>(p[0]);
-    v[1] = static_cast<float>(p[1]);
-    v[2] = static_cast<float>(p[2]);
+    v[0] = narrow(p[0]);
+    v[1] = narrow(p[1]);
+    v[2] = narrow(p[2]);
     v[3] = 1.0f;
     // Every layer is applied in order, so a later layer's value replaces an earlier one's.
-    for (const LayerElement* e : layers.normals) {
+    for (const LayerElement* e : layers.normals)
+    {
         int64_t at = storedNormal(*e, polygonVertex);
-        if (at < 0) continue;
-        for (int c = 0; c < 3; ++c) normals[vertex * 3 + c] = static_cast<float>(e->direct[size_t(at) * 3 + c]);
+        if (at < 0)
+            continue;
+        for (int c = 0; c < 3; ++c)
+            normals[vertex * 3 + c] = narrow(e->direct[size_t(at) * 3 + c]);
     }
-    for (const LayerElement* e : layers.uvs) {
+    for (const LayerElement* e : layers.uvs)
+    {
         bool stored;
         int64_t at = uvValue(mesh, *e, polygonVertex, point, stored);
-        if (at < 0 || !stored) continue;
-        uvs[vertex * 2] = static_cast<float>(e->direct[size_t(at) * 2]);
-        uvs[vertex * 2 + 1] = static_cast<float>(e->direct[size_t(at) * 2 + 1]);
+        if (at < 0 || !stored)
+            continue;
+        uvs[vertex * 2] = narrow(e->direct[size_t(at) * 2]);
+        uvs[vertex * 2 + 1] = narrow(e->direct[size_t(at) * 2 + 1]);
     }
 }
 
-void FbxLoader::printControlPoints(const Mesh& mesh) const {
+void FbxLoader::printControlPoints(const Mesh& mesh) const
+{
     std::printf("    Control Points\n");
     const std::vector<const LayerElement*> normalLayers = mesh.elements(LayerElementKind::Normal);
-    for (size_t i = 0; i < mesh.controlPointCount(); ++i) {
+    for (size_t i = 0; i < mesh.controlPointCount(); ++i)
+    {
         const double* p = mesh.controlPoints.data() + i * 3;
         std::printf("        Control Point %d\n", static_cast<int>(i));
         std::printf("            Coordinates: %f, %f, %f\n", p[0], p[1], p[2]);
-        for (const LayerElement* e : normalLayers) {
-            if (e->mapping != MappingType::ByControlPoint || e->reference != ReferenceType::Direct) continue;
+        for (const LayerElement* e : normalLayers)
+        {
+            if (e->mapping != MappingType::ByControlPoint || e->reference != ReferenceType::Direct)
+                continue;
             int64_t at = checked(static_cast<int64_t>(i), *e, 3);
-            if (at < 0) continue;
+            if (at < 0)
+                continue;
             const double* n = e->direct.data() + at * 3;
             std::printf("            Normal Vector (on layer %d): ", e->layer);
             std::printf("%f, %f, %f,\n", n[0], n[1], n[2]);
@@ -278,49 +383,62 @@ void FbxLoader::printControlPoints(const Mesh& mesh) const {
     }
 }
 
-void FbxLoader::printPolygonVertex(const Mesh& mesh, uint32_t polygonVertex) const {
+void FbxLoader::printPolygonVertex(const Mesh& mesh, uint32_t polygonVertex) const
+{
     const int32_t point = mesh.polygonVertex(polygonVertex);
     const double* p = mesh.controlPoints.data() + size_t(point) * 3;
     std::printf("            Index: %d\n", point);
     std::printf("            Coordinates: %f, %f, %f\n", p[0], p[1], p[2]);
-    for (const LayerElement* e : mesh.elements(LayerElementKind::Color)) {
+    for (const LayerElement* e : mesh.elements(LayerElementKind::Color))
+    {
         int64_t at = colorValue(*e, polygonVertex, point);
-        if (at < 0) continue;
+        if (at < 0)
+            continue;
         const double* c = e->direct.data() + at * 4;
         std::printf("            Color vertex (on layer %d): ", e->layer);
         std::printf("(red) %f, (green) %f, (blue) %f\n", c[0], c[1], c[2]);
     }
-    for (const LayerElement* e : mesh.elements(LayerElementKind::UV)) {
+    for (const LayerElement* e : mesh.elements(LayerElementKind::UV))
+    {
         bool stored;
         int64_t at = uvValue(mesh, *e, polygonVertex, point, stored);
-        if (at < 0) continue;
+        if (at < 0)
+            continue;
         const double* uv = e->direct.data() + at * 2;
         std::printf("            Texture UV (on layer %d): ", e->layer);
         std::printf("%f, %f\n", uv[0], uv[1]);
     }
-    for (const LayerElement* e : mesh.elements(LayerElementKind::Normal)) {
+    for (const LayerElement* e : mesh.elements(LayerElementKind::Normal))
+    {
         int64_t at = storedNormal(*e, polygonVertex);
-        if (at < 0) continue;
+        if (at < 0)
+            continue;
         const double* n = e->direct.data() + at * 3;
         std::printf("            Normal Vector (on layer %d): ", e->layer);
         std::printf("%f, %f, %f,\n", n[0], n[1], n[2]);
     }
 }
 
-void FbxLoader::printEdgeVisibility(const Mesh& mesh) const {
-    for (const LayerElement* e : mesh.elements(LayerElementKind::Visibility)) {
+void FbxLoader::printEdgeVisibility(const Mesh& mesh) const
+{
+    for (const LayerElement* e : mesh.elements(LayerElementKind::Visibility))
+    {
         std::printf("    Edge Visibility (on layer %d):\n", e->layer);
-        if (e->mapping != MappingType::ByEdge) continue;
+        if (e->mapping != MappingType::ByEdge)
+            continue;
         size_t edges = e->directInts.size();
-        if (!mesh.edges.empty() && mesh.edges.size() < edges) edges = mesh.edges.size();
-        for (size_t j = 0; j < edges; ++j) {
+        if (!mesh.edges.empty() && mesh.edges.size() < edges)
+            edges = mesh.edges.size();
+        for (size_t j = 0; j < edges; ++j)
+        {
             std::printf("        Edge %d\n", static_cast<int>(j));
             std::printf("            Edge visibility: %s\n", e->directInts[j] ? "true" : "false");
         }
     }
 }
 
-void FbxLoader::printGeometricTransform(const fbx::Node& node) {
+void FbxLoader::printGeometricTransform(const fbx::Node& node)
+{
     const auto& t = node.geometricTranslation;
     const auto& r = node.geometricRotation;
     const auto& s = node.geometricScaling;

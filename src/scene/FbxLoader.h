@@ -5,12 +5,13 @@
 #include <memory>
 #include <string>
 
-namespace fbx {
+namespace fbx
+{
 class Document;
 struct LayerElement;
 struct Mesh;
 struct Node;
-}  // namespace fbx
+} // namespace fbx
 
 // Imports the level file through the project's own FBX reader: walks the
 // node tree, reports to standard output, and turns the last mesh into flat, unindexed
@@ -19,9 +20,10 @@ struct Node;
 // Call order: FbxLoader(), load(), printMetaData(), printHierarchy(), convertNodes();
 // then move vertices/normals/uvs out. A failed load leaves an empty scene: the print
 // calls print their banners only and convertNodes() leaves vertexCount 0 and null arrays.
-class FbxLoader {
+class FbxLoader
+{
 public:
-    FbxLoader();  // prints the loader header and the reader's version
+    FbxLoader(); // prints the loader header and the reader's version
     ~FbxLoader();
     FbxLoader(const FbxLoader&) = delete;
     FbxLoader& operator=(const FbxLoader&) = delete;
@@ -38,22 +40,23 @@ public:
     const std::string& error() const { return error_; }
 
 private:
-    std::unique_ptr<fbx::Document> scene_;  // null when nothing was imported
+    std::unique_ptr<fbx::Document> scene_; // null when nothing was imported
 
 public:
-    bool verbose = false;                 // adds the per-control-point and per-vertex report lines
-    std::unique_ptr<float[]> vertices;    // x, y, z, 1 per vertex
-    std::unique_ptr<float[]> normals;     // x, y, z per vertex; zero where the file has none stored
-    std::unique_ptr<float[]> uvs;         // u, v per vertex; zero where the file has none stored
-    int32_t vertexCount = 0;              // 3 per triangle
+    bool verbose = false;              // adds the per-control-point and per-vertex report lines
+    std::unique_ptr<float[]> vertices; // x, y, z, 1 per vertex
+    std::unique_ptr<float[]> normals;  // x, y, z per vertex; zero where the file has none stored
+    std::unique_ptr<float[]> uvs;      // u, v per vertex; zero where the file has none stored
+    int32_t vertexCount = 0;           // 3 per triangle
 
 private:
     void convertMesh(const fbx::Mesh& mesh);
     void printControlPoints(const fbx::Mesh& mesh) const;
     void printPolygonVertex(const fbx::Mesh& mesh, uint32_t polygonVertex) const;
     void printEdgeVisibility(const fbx::Mesh& mesh) const;
-    struct Layers;  // the mesh's normal and UV elements, in layer order
-    void storeVertex(const fbx::Mesh& mesh, const Layers& layers, uint32_t polygonVertex, size_t vertex);
+    struct Layers; // the mesh's normal and UV elements, in layer order
+    void storeVertex(const fbx::Mesh& mesh, const Layers& layers, uint32_t polygonVertex,
+                     size_t vertex);
     static void printGeometricTransform(const fbx::Node& node);
 
     std::string error_;

@@ -7,39 +7,40 @@ namespace
 {
 Vec3 sub(const Vec3& a, const Vec3& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
 
-// Keeps the part of POLYGON where SIDE * dot(corner - origin, axis) <= LIMIT.
-void clip(DecalPolygon& polygon, const Vec3& origin, const Vec3& axis, float side, float limit)
+// A triangle clipped by six planes has at most nine corners.
+constexpr int MAX_CORNERS = 9;
+
+struct Piece
 {
-    if (polygon.empty())
+    Vec3 corners[MAX_CORNERS + 3];
+    int count = 0;
+};
+
+// Keeps the part of IN where SIDE * dot(corner - origin, axis) <= LIMIT. Works on the stack: this
+// runs for every triangle near every hit.
+void clip(const Piece& in, Piece& out, const Vec3& origin, const Vec3& axis, float side, float limit)
+{
+    out.count = 0;
+    float d[MAX_CORNERS + 3];
+    for (int i = 0; i < in.count; ++i)
     {
-        return;
+        d[i] = limit - side * math::dot(sub(in.corners[i], origin), axis);
     }
-    auto distance = [&](const DecalVertex& v) {
-        return limit - side * math::dot(sub({v.x, v.y, v.z}, origin), axis);
-    };
-    DecalPolygon kept;
-    kept.reserve(polygon.size() + 2);
-    for (size_t i = 0; i < polygon.size(); ++i)
+    for (int i = 0; i < in.count; ++i)
     {
-        const DecalVertex& a = polygon[i];
-        const DecalVertex& b = polygon[(i + 1) % polygon.size()];
-        const float da = distance(a);
-        const float db = distance(b);
-        if (da >= 0.0f)
+        const int j = (i + 1) % in.count;
+        const Vec3& a = in.corners[i];
+        const Vec3& b = in.corners[j];
+        if (d[i] >= 0.0f)
         {
-            kept.push_back(a);
+            out.corners[out.count++] = a;
         }
-        if ((da >= 0.0f) != (db >= 0.0f))
+        if ((d[i] >= 0.0f) != (d[j] >= 0.0f))
         {
-            const float s = da / (da - db);
-            DecalVertex cut = a;
-            cut.x = a.x + (b.x - a.x) * s;
-            cut.y = a.y + (b.y - a.y) * s;
-            cut.z = a.z + (b.z - a.z) * s;
-            kept.push_back(cut);
+            const float s = d[i] / (d[i] - d[j]);
+            out.corners[out.count++] = {a.x + (b.x - a.x) * s, a.y + (b.y - a.y) * s, a.z + (b.z - a.z) * s};
         }
     }
-    polygon.swap(kept);
 }
 } // namespace
 
@@ -110,25 +111,44 @@ bool cutTriangle(const SplatFrame& f, const float* vertices, int triangle, std::
         return false;
     }
 
-    DecalPolygon polygon;
-    for (const Vec3& p : {a, b, c})
+    // Most triangles the tree hands over lie wholly beyond one face of the block: drop those
+    // before clipping.
+    const Vec3* axes[3] = {&f.tangent, &f.bitangent, &f.normal};
+    const float limits[3] = {HALF_SIZE, HALF_SIZE, HALF_DEPTH};
+    for (int k = 0; k < 3; ++k)
     {
-        polygon.push_back({p.x, p.y, p.z, normal.x, normal.y, normal.z, 0.0f, 0.0f});
+        const float da = math::dot(sub(a, f.point), *axes[k]);
+        const float db = math::dot(sub(b, f.point), *axes[k]);
+        const float dc = math::dot(sub(c, f.point), *axes[k]);
+        if ((da > limits[k] && db > limits[k] && dc > limits[k]) ||
+            (da < -limits[k] && db < -limits[k] && dc < -limits[k]))
+        {
+            return false;
+        }
     }
-    clip(polygon, f.point, f.tangent, 1.0f, HALF_SIZE);
-    clip(polygon, f.point, f.tangent, -1.0f, HALF_SIZE);
-    clip(polygon, f.point, f.bitangent, 1.0f, HALF_SIZE);
-    clip(polygon, f.point, f.bitangent, -1.0f, HALF_SIZE);
-    clip(polygon, f.point, f.normal, 1.0f, HALF_DEPTH);
-    clip(polygon, f.point, f.normal, -1.0f, HALF_DEPTH);
-    if (polygon.size() < 3)
+
+    Piece piece, spare;
+    piece.corners[0] = a;
+    piece.corners[1] = b;
+    piece.corners[2] = c;
+    piece.count = 3;
+    for (int k = 0; k < 3 && piece.count >= 3; ++k)
+    {
+        clip(piece, spare, f.point, *axes[k], 1.0f, limits[k]);
+        clip(spare, piece, f.point, *axes[k], -1.0f, limits[k]);
+    }
+    if (piece.count < 3)
     {
         return false;
     }
     const float side = 2.0f * HALF_SIZE;
-    for (DecalVertex& corner : polygon)
+    DecalPolygon polygon(static_cast<size_t>(piece.count));
+    for (int i = 0; i < piece.count; ++i)
     {
-        const Vec3 offset = sub({corner.x, corner.y, corner.z}, f.point);
+        const Vec3& p = piece.corners[i];
+        const Vec3 offset = sub(p, f.point);
+        DecalVertex& corner = polygon[i];
+        corner = {p.x, p.y, p.z, normal.x, normal.y, normal.z, 0.0f, 0.0f};
         // Clipping leaves corners on the edges up to rounding; keep them inside the texture.
         corner.u = std::clamp(math::dot(offset, f.tangent) / side + 0.5f, 0.0f, 1.0f);
         corner.v = std::clamp(math::dot(offset, f.bitangent) / side + 0.5f, 0.0f, 1.0f);

@@ -98,16 +98,20 @@ protected:
         for (double waited = 0; waited < seconds; waited += 0.2)
         {
             const std::string path = shot(name);
-            if (wanted(tones(loadImage(path))))
+            const Tones t = tones(worldView(loadImage(path)));
+            if (wanted(t))
             {
                 return path;
             }
+            last = "white " + std::to_string(t.white) + " black " + std::to_string(t.black) +
+                   " greys " + std::to_string(t.greys);
             game.waitExit(0.2);
         }
         return "";
     }
 
     GameProcess game;
+    std::string last; // the tones of the last picture looked at
 };
 } // namespace
 
@@ -132,8 +136,8 @@ TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
         << "expected " << 3 * triangles << " vertices";
 
     const std::string flat = waitForPicture("flat", isFlat, 6.0);
-    ASSERT_FALSE(flat.empty()) << "the level never turned flat white";
-    const Tones flatTones = tones(loadImage(flat));
+    ASSERT_FALSE(flat.empty()) << "the level never turned flat white: " << last;
+    const Tones flatTones = tones(worldView(loadImage(flat)));
 
     game.key("F3"); // wireframe: lines on black
     const std::string lines = waitForPicture("lines", [&](const Tones& t) { return t.white < flatTones.white * 0.6; }, 5.0);
@@ -143,8 +147,8 @@ TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
     game.key("F6"); // vertex buffers off: the same picture from client memory
     ASSERT_TRUE(game.waitForError("Switching vbo...", 5.0));
     game.waitExit(0.5);
-    const Image withoutBuffers = loadImage(shot("novbo"));
-    EXPECT_LT(countDifferent(withoutBuffers, loadImage(flat), 16), 1024 * 768 / 200);
+    const Image withoutBuffers = worldView(loadImage(shot("novbo")));
+    EXPECT_LT(countDifferent(withoutBuffers, worldView(loadImage(flat)), 16), 1024 * 768 / 200);
 
     game.key("Escape");
     EXPECT_EQ(game.waitExit(10.0), 0);
@@ -155,21 +159,21 @@ TEST_F(LevelTest, TheViewTurnsWithTheMouseAndWalksWithTheKeys)
     game.key("Return");
     ASSERT_FALSE(waitForPicture("lit", isShaded, 3.0).empty());
     ASSERT_FALSE(waitForPicture("start", isFlat, 6.0).empty());
-    const Image start = loadImage(shot("start"));
+    const Image start = worldView(loadImage(shot("start")));
 
     game.mouseMoveRelative(25, 0);
     game.waitExit(0.5);
-    const Image turned = loadImage(shot("turned"));
+    const Image turned = worldView(loadImage(shot("turned")));
     EXPECT_GT(countDifferent(start, turned, 16), 1024 * 768 / 50) << "the mouse did not turn the view";
 
     // R levels the view and faces the start direction again.
     game.key("r");
     game.waitExit(0.5);
-    EXPECT_LT(countDifferent(start, loadImage(shot("reset")), 16), 1024 * 768 / 200);
+    EXPECT_LT(countDifferent(start, worldView(loadImage(shot("reset"))), 16), 1024 * 768 / 200);
 
     runCommand("xdotool keydown w; sleep 0.6; xdotool keyup w");
     game.waitExit(0.3);
-    EXPECT_GT(countDifferent(start, loadImage(shot("walked")), 16), 1024 * 768 / 100)
+    EXPECT_GT(countDifferent(start, worldView(loadImage(shot("walked"))), 16), 1024 * 768 / 100)
         << "holding W did not move the view";
 
     game.key("Escape");

@@ -8,10 +8,12 @@
 
 using namespace fbxtest;
 
-namespace {
+namespace
+{
 
 // A right triangle and a second one beside it, as two triangles over four points.
-AsciiMesh twoTriangles() {
+AsciiMesh twoTriangles()
+{
     AsciiMesh m;
     m.name = "floor";
     m.vertices = {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0};
@@ -19,13 +21,17 @@ AsciiMesh twoTriangles() {
     return m;
 }
 
-class FbxLoaderTest : public ::testing::Test {
+class FbxLoaderTest : public ::testing::Test
+{
 protected:
-    void TearDown() override {
-        for (const std::string& p : files_) std::remove(p.c_str());
+    void TearDown() override
+    {
+        for (const std::string& p : files_)
+            std::remove(p.c_str());
     }
 
-    std::string writeFile(const std::string& text) {
+    std::string writeFile(const std::string& text)
+    {
         std::string path = tempPath("loader-" + std::to_string(files_.size()) + ".fbx");
         writeBytes(path, bytesOf(text));
         files_.push_back(path);
@@ -33,7 +39,8 @@ protected:
     }
 
     // The whole import in the game's call order; returns everything it printed.
-    std::string importFile(FbxLoader& loader, const std::string& path) {
+    std::string importFile(FbxLoader& loader, const std::string& path)
+    {
         testing::internal::CaptureStdout();
         loader.load(path);
         loader.printMetaData();
@@ -41,24 +48,28 @@ protected:
         loader.convertNodes();
         return testing::internal::GetCapturedStdout();
     }
-    std::string importText(FbxLoader& loader, const std::string& text) { return importFile(loader, writeFile(text)); }
+    std::string importText(FbxLoader& loader, const std::string& text)
+    {
+        return importFile(loader, writeFile(text));
+    }
 
     std::vector<std::string> files_;
 };
 
-bool contains(const std::string& haystack, const std::string& needle) {
+bool contains(const std::string& haystack, const std::string& needle)
+{
     return haystack.find(needle) != std::string::npos;
 }
 
-}  // namespace
+} // namespace
 
-TEST_F(FbxLoaderTest, TriangulatedMeshGivesPositionsNormalsAndUvsInPolygonVertexOrder) {
+TEST_F(FbxLoaderTest, TriangulatedMeshGivesPositionsNormalsAndUvsInPolygonVertexOrder)
+{
     AsciiMesh m = twoTriangles();
-    m.layerElements =
-        layerElement("Normal", 0, "ByPolygonVertex", "Direct",
-                     "Normals: *18 {a: 0,0,1, 0,0,2, 0,0,3, 0,0,4, 0,0,5, 0,0,6}") +
-        layerElement("UV", 0, "ByPolygonVertex", "IndexToDirect",
-                     "UV: *8 {a: 0,0, 1,0, 1,1, 0,1} UVIndex: *6 {a: 0,1,2, 0,2,3}");
+    m.layerElements = layerElement("Normal", 0, "ByPolygonVertex", "Direct",
+                                   "Normals: *18 {a: 0,0,1, 0,0,2, 0,0,3, 0,0,4, 0,0,5, 0,0,6}") +
+                      layerElement("UV", 0, "ByPolygonVertex", "IndexToDirect",
+                                   "UV: *8 {a: 0,0, 1,0, 1,1, 0,1} UVIndex: *6 {a: 0,1,2, 0,2,3}");
     m.layers = layerOf(0, {{"Normal", 0}, {"UV", 0}});
     FbxLoader loader;
     importText(loader, asciiFile({m}));
@@ -67,22 +78,26 @@ TEST_F(FbxLoaderTest, TriangulatedMeshGivesPositionsNormalsAndUvsInPolygonVertex
     const float expectedPositions[6][4] = {{0, 0, 0, 1}, {1, 0, 0, 1}, {1, 1, 0, 1},
                                            {0, 0, 0, 1}, {1, 1, 0, 1}, {0, 1, 0, 1}};
     const float expectedUvs[6][2] = {{0, 0}, {1, 0}, {1, 1}, {0, 0}, {1, 1}, {0, 1}};
-    for (int c = 0; c < 6; ++c) {
-        for (int i = 0; i < 4; ++i) EXPECT_EQ(loader.vertices[c * 4 + i], expectedPositions[c][i]) << c;
-        EXPECT_EQ(loader.normals[c * 3 + 2], float(c + 1)) << c;  // the direct array at index c
+    for (int c = 0; c < 6; ++c)
+    {
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(loader.vertices[c * 4 + i], expectedPositions[c][i]) << c;
+        EXPECT_EQ(loader.normals[c * 3 + 2], float(c + 1)) << c; // the direct array at index c
         EXPECT_EQ(loader.uvs[c * 2], expectedUvs[c][0]) << c;
         EXPECT_EQ(loader.uvs[c * 2 + 1], expectedUvs[c][1]) << c;
     }
 }
 
-TEST_F(FbxLoaderTest, OnlyDirectNormalsByPolygonVertexAreStored) {
+TEST_F(FbxLoaderTest, OnlyDirectNormalsByPolygonVertexAreStored)
+{
     const std::pair<const char*, const char*> ignored[] = {
         {"ByVertice", "Direct"},
         {"ByControlPoint", "Direct"},
         {"ByPolygonVertex", "IndexToDirect"},
         {"AllSame", "Direct"},
     };
-    for (const auto& [mapping, reference] : ignored) {
+    for (const auto& [mapping, reference] : ignored)
+    {
         SCOPED_TRACE(std::string(mapping) + "/" + reference);
         AsciiMesh m = twoTriangles();
         m.layerElements = layerElement("Normal", 0, mapping, reference,
@@ -92,11 +107,13 @@ TEST_F(FbxLoaderTest, OnlyDirectNormalsByPolygonVertexAreStored) {
         FbxLoader loader;
         importText(loader, asciiFile({m}));
         ASSERT_EQ(loader.vertexCount, 6);
-        for (int i = 0; i < 18; ++i) EXPECT_EQ(loader.normals[i], 0.0f);
+        for (int i = 0; i < 18; ++i)
+            EXPECT_EQ(loader.normals[i], 0.0f);
     }
 }
 
-TEST_F(FbxLoaderTest, TwoMeshesLeaveTheSecondOnesArrays) {
+TEST_F(FbxLoaderTest, TwoMeshesLeaveTheSecondOnesArrays)
+{
     AsciiMesh first = twoTriangles();
     AsciiMesh second;
     second.name = "ledge";
@@ -112,44 +129,53 @@ TEST_F(FbxLoaderTest, TwoMeshesLeaveTheSecondOnesArrays) {
     EXPECT_EQ(loader.vertices[9], 6.0f);
 }
 
-TEST_F(FbxLoaderTest, PerVertexLinesOnlyWithVerbose) {
+TEST_F(FbxLoaderTest, PerVertexLinesOnlyWithVerbose)
+{
     AsciiMesh m = twoTriangles();
-    m.layerElements = layerElement("Normal", 0, "ByPolygonVertex", "Direct",
-                                   "Normals: *18 {a: 0,0,1,0,0,1,0,0,1,0,0,1,0,0,1,0,0,1}") +
-                      layerElement("UV", 0, "ByPolygonVertex", "Direct", "UV: *12 {a: 0,0,1,0,1,1,0,0,1,1,0,1}") +
-                      layerElement("Color", 0, "ByPolygonVertex", "Direct",
-                                   "Colors: *24 {a: 1,0,0,1,1,0,0,1,1,0,0,1,1,0,0,1,1,0,0,1,1,0,0,1}") +
-                      layerElement("Visibility", 0, "ByEdge", "Direct", "Visibility: *5 {a: 1,1,0,1,1}");
+    m.layerElements =
+        layerElement("Normal", 0, "ByPolygonVertex", "Direct",
+                     "Normals: *18 {a: 0,0,1,0,0,1,0,0,1,0,0,1,0,0,1,0,0,1}") +
+        layerElement("UV", 0, "ByPolygonVertex", "Direct", "UV: *12 {a: 0,0,1,0,1,1,0,0,1,1,0,1}") +
+        layerElement("Color", 0, "ByPolygonVertex", "Direct",
+                     "Colors: *24 {a: 1,0,0,1,1,0,0,1,1,0,0,1,1,0,0,1,1,0,0,1,1,0,0,1}") +
+        layerElement("Visibility", 0, "ByEdge", "Direct", "Visibility: *5 {a: 1,1,0,1,1}");
     m.layers = layerOf(0, {{"Normal", 0}, {"UV", 0}, {"Color", 0}, {"Visibility", 0}});
     const std::string file = writeFile(asciiFile({m}));
-    const char* perVertex[] = {"    Control Points\n",
-                               "        Control Point 0\n",
-                               "            Coordinates: 0.000000, 0.000000, 0.000000\n",
-                               "    Polygons\n",
-                               "        Polygon 1\n",
-                               "            Index: 2\n",
-                               "            Normal Vector (on layer 0): 0.000000, 0.000000, 1.000000,\n",
-                               "            Color vertex (on layer 0): (red) 1.000000, (green) 0.000000, (blue) 0.000000\n",
-                               "            Texture UV (on layer 0): 1.000000, 1.000000\n",
-                               "    Edge Visibility (on layer 0):\n",
-                               "            Edge visibility: false\n"};
+    const char* perVertex[] = {
+        "    Control Points\n",
+        "        Control Point 0\n",
+        "            Coordinates: 0.000000, 0.000000, 0.000000\n",
+        "    Polygons\n",
+        "        Polygon 1\n",
+        "            Index: 2\n",
+        "            Normal Vector (on layer 0): 0.000000, 0.000000, 1.000000,\n",
+        "            Color vertex (on layer 0): (red) 1.000000, (green) 0.000000, (blue) "
+        "0.000000\n",
+        "            Texture UV (on layer 0): 1.000000, 1.000000\n",
+        "    Edge Visibility (on layer 0):\n",
+        "            Edge visibility: false\n"};
 
     FbxLoader quiet;
     std::string report = importFile(quiet, file);
     EXPECT_EQ(quiet.vertexCount, 6);
-    for (const char* line : perVertex) EXPECT_FALSE(contains(report, line)) << line;
+    for (const char* line : perVertex)
+        EXPECT_FALSE(contains(report, line)) << line;
 
     FbxLoader loud;
     loud.verbose = true;
     std::string verboseReport = importFile(loud, file);
-    for (const char* line : perVertex) EXPECT_TRUE(contains(verboseReport, line)) << line;
+    for (const char* line : perVertex)
+        EXPECT_TRUE(contains(verboseReport, line)) << line;
     // The same arrays either way.
     ASSERT_EQ(loud.vertexCount, quiet.vertexCount);
-    for (int i = 0; i < 6 * 4; ++i) EXPECT_EQ(loud.vertices[i], quiet.vertices[i]);
-    for (int i = 0; i < 6 * 2; ++i) EXPECT_EQ(loud.uvs[i], quiet.uvs[i]);
+    for (int i = 0; i < 6 * 4; ++i)
+        EXPECT_EQ(loud.vertices[i], quiet.vertices[i]);
+    for (int i = 0; i < 6 * 2; ++i)
+        EXPECT_EQ(loud.uvs[i], quiet.uvs[i]);
 }
 
-TEST_F(FbxLoaderTest, QuadsAreFannedIntoTriangles) {
+TEST_F(FbxLoaderTest, QuadsAreFannedIntoTriangles)
+{
     SKIP_WITHOUT_SAMPLES();
     FbxLoader loader;
     importFile(loader, samplePath("maya_cube_7400_binary.fbx"));
@@ -157,21 +183,25 @@ TEST_F(FbxLoaderTest, QuadsAreFannedIntoTriangles) {
     ASSERT_EQ(loader.vertexCount, 36);
     // The first quad is 0, 1, 3, 2: triangles (0, 1, 3) and (0, 3, 2).
     const float first[6][3] = {{-0.5f, -0.5f, 0.5f}, {0.5f, -0.5f, 0.5f}, {0.5f, 0.5f, 0.5f},
-                               {-0.5f, -0.5f, 0.5f}, {0.5f, 0.5f, 0.5f}, {-0.5f, 0.5f, 0.5f}};
+                               {-0.5f, -0.5f, 0.5f}, {0.5f, 0.5f, 0.5f},  {-0.5f, 0.5f, 0.5f}};
     for (int c = 0; c < 6; ++c)
-        for (int i = 0; i < 3; ++i) EXPECT_EQ(loader.vertices[c * 4 + i], first[c][i]) << c;
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(loader.vertices[c * 4 + i], first[c][i]) << c;
     // Per-corner values come from the file's polygon vertex of that corner: the top face
     // (second quad) has normal (0, 1, 0) at all of its corners, UVs from UVIndex 2, 3, 5, 4.
-    for (int c = 6; c < 12; ++c) EXPECT_EQ(loader.normals[c * 3 + 1], 1.0f) << c;
+    for (int c = 6; c < 12; ++c)
+        EXPECT_EQ(loader.normals[c * 3 + 1], 1.0f) << c;
     const float secondUvs[6][2] = {{0.375f, 0.25f}, {0.625f, 0.25f}, {0.625f, 0.5f},
-                                   {0.375f, 0.25f}, {0.625f, 0.5f}, {0.375f, 0.5f}};
-    for (int c = 0; c < 6; ++c) {
+                                   {0.375f, 0.25f}, {0.625f, 0.5f},  {0.375f, 0.5f}};
+    for (int c = 0; c < 6; ++c)
+    {
         EXPECT_EQ(loader.uvs[(6 + c) * 2], secondUvs[c][0]) << c;
         EXPECT_EQ(loader.uvs[(6 + c) * 2 + 1], secondUvs[c][1]) << c;
     }
 }
 
-TEST_F(FbxLoaderTest, LargePolygonsFanAndDegenerateOnesAreSkipped) {
+TEST_F(FbxLoaderTest, LargePolygonsFanAndDegenerateOnesAreSkipped)
+{
     AsciiMesh m;
     m.vertices = {0, 0, 0, 1, 0, 0, 2, 1, 0, 1, 2, 0, 0, 1, 0};
     // A pentagon, a line, a point, a triangle.
@@ -181,10 +211,12 @@ TEST_F(FbxLoaderTest, LargePolygonsFanAndDegenerateOnesAreSkipped) {
     ASSERT_EQ(loader.vertexCount, 3 * 4);
     const int corners[12] = {0, 1, 2, 0, 2, 3, 0, 3, 4, 2, 3, 4};
     for (int c = 0; c < 12; ++c)
-        for (int i = 0; i < 3; ++i) EXPECT_EQ(loader.vertices[c * 4 + i], float(m.vertices[corners[c] * 3 + i])) << c;
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(loader.vertices[c * 4 + i], float(m.vertices[corners[c] * 3 + i])) << c;
 }
 
-TEST_F(FbxLoaderTest, TextureCoordinateRules) {
+TEST_F(FbxLoaderTest, TextureCoordinateRules)
+{
     // By control point with an index: stored through the index array.
     AsciiMesh m = twoTriangles();
     m.layerElements = layerElement("UV", 0, "ByVertice", "IndexToDirect",
@@ -194,15 +226,18 @@ TEST_F(FbxLoaderTest, TextureCoordinateRules) {
     importText(indexed, asciiFile({m}));
     ASSERT_EQ(indexed.vertexCount, 6);
     const int points[6] = {0, 1, 2, 0, 2, 3};
-    for (int c = 0; c < 6; ++c) EXPECT_EQ(indexed.uvs[c * 2], points[c] % 2 == 0 ? 0.75f : 0.25f) << c;
+    for (int c = 0; c < 6; ++c)
+        EXPECT_EQ(indexed.uvs[c * 2], points[c] % 2 == 0 ? 0.75f : 0.25f) << c;
 
     // By control point, direct: reported in verbose, never stored.
-    m.layerElements = layerElement("UV", 0, "ByVertice", "Direct", "UV: *8 {a: 0.5,0.5,0.5,0.5,0.5,0.5,0.5,0.5}");
+    m.layerElements =
+        layerElement("UV", 0, "ByVertice", "Direct", "UV: *8 {a: 0.5,0.5,0.5,0.5,0.5,0.5,0.5,0.5}");
     FbxLoader direct;
     direct.verbose = true;
     std::string report = importText(direct, asciiFile({m}));
     EXPECT_TRUE(contains(report, "            Texture UV (on layer 0): 0.500000, 0.500000\n"));
-    for (int i = 0; i < 12; ++i) EXPECT_EQ(direct.uvs[i], 0.0f);
+    for (int i = 0; i < 12; ++i)
+        EXPECT_EQ(direct.uvs[i], 0.0f);
 
     // By polygon vertex: through the mesh's texture-UV index, which is taken from layer 0.
     m.layerElements = layerElement("UV", 0, "ByPolygonVertex", "IndexToDirect",
@@ -215,7 +250,8 @@ TEST_F(FbxLoaderTest, TextureCoordinateRules) {
     ASSERT_EQ(layered.vertexCount, 6);
     // Layer 1 is applied last, but with layer 0's indices 0, 1, 0, 1, 0, 1.
     const float u[6] = {0.2f, 0.8f, 0.2f, 0.8f, 0.2f, 0.8f};
-    for (int c = 0; c < 6; ++c) EXPECT_FLOAT_EQ(layered.uvs[c * 2], u[c]) << c;
+    for (int c = 0; c < 6; ++c)
+        EXPECT_FLOAT_EQ(layered.uvs[c * 2], u[c]) << c;
 
     // Indices outside the arrays are skipped, not followed.
     m.layerElements = layerElement("UV", 0, "ByPolygonVertex", "IndexToDirect",
@@ -228,20 +264,24 @@ TEST_F(FbxLoaderTest, TextureCoordinateRules) {
     EXPECT_EQ(hostile.uvs[2], 0.0f);
 }
 
-TEST_F(FbxLoaderTest, UnsupportedGroupAssignmentIsAlwaysReported) {
+TEST_F(FbxLoaderTest, UnsupportedGroupAssignmentIsAlwaysReported)
+{
     AsciiMesh m = twoTriangles();
-    m.layerElements = layerElement("PolygonGroup", 0, "ByPolygonVertex", "Index", "PolygonGroup: *6 {a: 0,0,0,0,0,0}");
+    m.layerElements = layerElement("PolygonGroup", 0, "ByPolygonVertex", "Index",
+                                   "PolygonGroup: *6 {a: 0,0,0,0,0,0}");
     m.layers = layerOf(0, {{"PolygonGroup", 0}});
     FbxLoader loader;
     std::string report = importText(loader, asciiFile({m}));
     // Once per polygon, without verbose.
     size_t count = 0;
-    for (size_t at = report.find("        \"unsupported group assignment\"\n"); at != std::string::npos;
+    for (size_t at = report.find("        \"unsupported group assignment\"\n");
+         at != std::string::npos;
          at = report.find("        \"unsupported group assignment\"\n", at + 1))
         ++count;
     EXPECT_EQ(count, 2u);
 
-    m.layerElements = layerElement("PolygonGroup", 0, "ByPolygon", "Index", "PolygonGroup: *2 {a: 4,5}");
+    m.layerElements =
+        layerElement("PolygonGroup", 0, "ByPolygon", "Index", "PolygonGroup: *2 {a: 4,5}");
     FbxLoader byPolygon;
     std::string quiet = importText(byPolygon, asciiFile({m}));
     EXPECT_FALSE(contains(quiet, "unsupported group assignment"));
@@ -251,7 +291,8 @@ TEST_F(FbxLoaderTest, UnsupportedGroupAssignmentIsAlwaysReported) {
     EXPECT_TRUE(contains(importText(loud, asciiFile({m})), "        Assigned to group: 5\n"));
 }
 
-TEST_F(FbxLoaderTest, MissingFileGivesTheFailureLinesAndAnEmptyResult) {
+TEST_F(FbxLoaderTest, MissingFileGivesTheFailureLinesAndAnEmptyResult)
+{
     testing::internal::CaptureStdout();
     FbxLoader loader;
     bool ok = loader.load("/nonexistent/level.fbx");
@@ -261,8 +302,11 @@ TEST_F(FbxLoaderTest, MissingFileGivesTheFailureLinesAndAnEmptyResult) {
     std::string report = testing::internal::GetCapturedStdout();
     EXPECT_FALSE(ok);
     EXPECT_TRUE(contains(report, "\n-------loading the scene\n"));
-    EXPECT_TRUE(contains(report, "Reading File failed: cannot open /nonexistent/level.fbx: No such file or directory\n"));
-    EXPECT_TRUE(contains(report, "\nFBX version number for file /nonexistent/level.fbx is 0.0.0\n\n"));
+    EXPECT_TRUE(contains(
+        report,
+        "Reading File failed: cannot open /nonexistent/level.fbx: No such file or directory\n"));
+    EXPECT_TRUE(
+        contains(report, "\nFBX version number for file /nonexistent/level.fbx is 0.0.0\n\n"));
     EXPECT_TRUE(contains(report, "File Format not recognized: "));
     EXPECT_TRUE(contains(report, "Importing File failed: "));
     EXPECT_FALSE(contains(report, "Node is a"));
@@ -273,7 +317,8 @@ TEST_F(FbxLoaderTest, MissingFileGivesTheFailureLinesAndAnEmptyResult) {
     EXPECT_EQ(loader.uvs, nullptr);
 }
 
-TEST_F(FbxLoaderTest, TruncatedOrCorruptFileFailsToImport) {
+TEST_F(FbxLoaderTest, TruncatedOrCorruptFileFailsToImport)
+{
     SKIP_WITHOUT_SAMPLES();
     std::vector<uint8_t> bytes = readBytes(samplePath("maya_cube_7400_binary.fbx"));
     std::vector<uint8_t> half(bytes.begin(), bytes.begin() + bytes.size() / 2);
@@ -296,12 +341,14 @@ TEST_F(FbxLoaderTest, TruncatedOrCorruptFileFailsToImport) {
     EXPECT_EQ(garbage.vertexCount, 0);
 }
 
-TEST_F(FbxLoaderTest, ReportOfTheMayaCube) {
+TEST_F(FbxLoaderTest, ReportOfTheMayaCube)
+{
     SKIP_WITHOUT_SAMPLES();
     testing::internal::CaptureStdout();
     FbxLoader loader;
     std::string header = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(header, "\n-------FBX Loader-------------\nFBX version number for this FBX SDK is 1.0.0\n\n");
+    EXPECT_EQ(header,
+              "\n-------FBX Loader-------------\nFBX version number for this FBX SDK is 1.0.0\n\n");
 
     const std::string path = samplePath("maya_cube_7400_ascii.fbx");
     std::string report = importFile(loader, path);
@@ -310,7 +357,8 @@ TEST_F(FbxLoaderTest, ReportOfTheMayaCube) {
         "\nFBX version number for file " + path + " is 7.4.0\n\n",
         "File Format recognized\n",
         "Take Information\n   Number of takes: 1\n   Current take: \"Take 001\"\n",
-        "    Take 0\n         Name: \"Take 001\"\n         Description: \"\"\n         Import Name: \"Take 001\"\n"
+        "    Take 0\n         Name: \"Take 001\"\n         Description: \"\"\n         Import "
+        "Name: \"Take 001\"\n"
         "         Import State: true\n",
         "Importing File succeeded\n",
         "Meta-Data",
@@ -319,18 +367,23 @@ TEST_F(FbxLoaderTest, ReportOfTheMayaCube) {
         "Node Content",
         "Node is a Mesh\nMesh Name: pCube1\n",
         "    Geometric Transformations\n        Translation: 0.000000 0.000000 0.000000\n"
-        "        Rotation:    0.000000 0.000000 0.000000\n        Scaling:     1.000000 1.000000 1.000000\n",
+        "        Rotation:    0.000000 0.000000 0.000000\n        Scaling:     1.000000 1.000000 "
+        "1.000000\n",
     };
     size_t at = 0;
-    for (const std::string& part : expected) {
+    for (const std::string& part : expected)
+    {
         size_t found = report.find(part, at);
-        ASSERT_NE(found, std::string::npos) << "missing, or out of order:\n" << part << "\nin:\n" << report;
+        ASSERT_NE(found, std::string::npos) << "missing, or out of order:\n"
+                                            << part << "\nin:\n"
+                                            << report;
         at = found + part.size();
     }
     EXPECT_FALSE(contains(report, "Format: RGB"));
 }
 
-TEST_F(FbxLoaderTest, NodeTypeLines) {
+TEST_F(FbxLoaderTest, NodeTypeLines)
+{
     SKIP_WITHOUT_SAMPLES();
     FbxLoader blender;
     std::string report = importFile(blender, samplePath("blender_279_default_7400_binary.fbx"));
@@ -343,28 +396,33 @@ TEST_F(FbxLoaderTest, NodeTypeLines) {
     std::string zooReport = importFile(zoo, samplePath("maya_node_attribute_zoo_7500_binary.fbx"));
     EXPECT_TRUE(contains(zooReport, "Node is a Skeleton\n"));
     EXPECT_TRUE(contains(zooReport, "Hierarchy\n---------------------\n\nNull\nMesh\nBone\n"));
-    EXPECT_TRUE(contains(zooReport, "LodGroup\n    LOD_0\n        pSphere1\n    LOD_1\n        pSphere1\n"));
+    EXPECT_TRUE(contains(zooReport,
+                         "LodGroup\n    LOD_0\n        pSphere1\n    LOD_1\n        pSphere1\n"));
     // The last sphere wins: 20 triangles.
     EXPECT_EQ(zoo.vertexCount, 60);
 
     // A 7.x Model without an attribute object.
-    std::string bare =
-        "FBXHeaderExtension: {\n FBXVersion: 7400\n}\nObjects: {\n Model: 5, \"Model::empty\", \"Null\" {\n }\n}\n"
-        "Connections: {\n C: \"OO\",5,0\n}\n";
+    std::string bare = "FBXHeaderExtension: {\n FBXVersion: 7400\n}\nObjects: {\n Model: 5, "
+                       "\"Model::empty\", \"Null\" {\n }\n}\n"
+                       "Connections: {\n C: \"OO\",5,0\n}\n";
     FbxLoader none;
     std::string noneReport = importText(none, bare);
     EXPECT_TRUE(contains(noneReport, "\nempty\n"));
     EXPECT_TRUE(contains(noneReport, "NULL Node Attribute\n\n    Geometric Transformations\n"));
 }
 
-TEST_F(FbxLoaderTest, ThumbnailInTheMetaData) {
+TEST_F(FbxLoaderTest, ThumbnailInTheMetaData)
+{
     SKIP_WITHOUT_SAMPLES();
     FbxLoader loader;
     std::string report = importFile(loader, samplePath("motionbuilder_thumbnail_7700_binary.fbx"));
-    EXPECT_TRUE(contains(report, "    Comment: \n        Format: RGBA\n        Size: 128 x 128 pixels (65536 bytes)\n"));
+    EXPECT_TRUE(contains(
+        report,
+        "    Comment: \n        Format: RGBA\n        Size: 128 x 128 pixels (65536 bytes)\n"));
 }
 
-TEST_F(FbxLoaderTest, GeometricTransformsArePrintedNotApplied) {
+TEST_F(FbxLoaderTest, GeometricTransformsArePrintedNotApplied)
+{
     SKIP_WITHOUT_SAMPLES();
     FbxLoader loader;
     std::string report = importFile(loader, samplePath("max_geometry_transform_7700_binary.fbx"));

@@ -12,26 +12,33 @@
 using namespace fbx;
 using namespace fbxtest;
 
-namespace {
+namespace
+{
 
-const Node* nodeNamed(const Document& d, std::string_view name) {
+const Node* nodeNamed(const Document& d, std::string_view name)
+{
     for (int n : d.walkOrder())
-        if (d.nodes()[n].name == name) return &d.nodes()[n];
+        if (d.nodes()[n].name == name)
+            return &d.nodes()[n];
     return nullptr;
 }
 
-const Mesh& onlyMesh(const Document& d) {
+const Mesh& onlyMesh(const Document& d)
+{
     EXPECT_EQ(d.meshes().size(), 1u);
     return d.meshes().front();
 }
 
 // The "v x y z" lines of an OBJ file.
-std::vector<std::array<double, 3>> objPositions(const std::string& path) {
+std::vector<std::array<double, 3>> objPositions(const std::string& path)
+{
     std::ifstream in(path);
     std::vector<std::array<double, 3>> out;
     std::string line;
-    while (std::getline(in, line)) {
-        if (line.rfind("v ", 0) != 0) continue;
+    while (std::getline(in, line))
+    {
+        if (line.rfind("v ", 0) != 0)
+            continue;
         std::istringstream s(line.substr(2));
         std::array<double, 3> p{};
         s >> p[0] >> p[1] >> p[2];
@@ -40,7 +47,8 @@ std::vector<std::array<double, 3>> objPositions(const std::string& path) {
     return out;
 }
 
-void expectSameElements(const LayerElement& a, const LayerElement& b) {
+void expectSameElements(const LayerElement& a, const LayerElement& b)
+{
     EXPECT_EQ(a.kind, b.kind);
     EXPECT_EQ(a.layer, b.layer);
     EXPECT_EQ(a.name, b.name);
@@ -51,20 +59,24 @@ void expectSameElements(const LayerElement& a, const LayerElement& b) {
     EXPECT_TRUE(std::ranges::equal(a.index, b.index));
 }
 
-void expectSameMesh(const Mesh& a, const Mesh& b) {
+void expectSameMesh(const Mesh& a, const Mesh& b)
+{
     EXPECT_TRUE(std::ranges::equal(a.controlPoints, b.controlPoints));
     EXPECT_TRUE(std::ranges::equal(a.polygonVertexIndex, b.polygonVertexIndex));
     EXPECT_EQ(a.polygonStarts, b.polygonStarts);
     EXPECT_TRUE(std::ranges::equal(a.edges, b.edges));
     ASSERT_EQ(a.layerElements.size(), b.layerElements.size());
-    for (size_t i = 0; i < a.layerElements.size(); ++i) expectSameElements(a.layerElements[i], b.layerElements[i]);
+    for (size_t i = 0; i < a.layerElements.size(); ++i)
+        expectSameElements(a.layerElements[i], b.layerElements[i]);
 }
 
 // Same objects (names, classes; twins exported separately have different ids), connections,
 // hierarchy and mesh data.
-void expectSameDocument(const Document& a, const Document& b) {
+void expectSameDocument(const Document& a, const Document& b)
+{
     ASSERT_EQ(a.objects().size(), b.objects().size());
-    for (size_t i = 0; i < a.objects().size(); ++i) {
+    for (size_t i = 0; i < a.objects().size(); ++i)
+    {
         const Object& x = a.objects()[i];
         const Object& y = b.objects()[i];
         EXPECT_EQ(x.name, y.name);
@@ -74,28 +86,33 @@ void expectSameDocument(const Document& a, const Document& b) {
         EXPECT_EQ(x.properties.size(), y.properties.size());
     }
     ASSERT_EQ(a.connections().size(), b.connections().size());
-    for (size_t i = 0; i < a.connections().size(); ++i) {
+    for (size_t i = 0; i < a.connections().size(); ++i)
+    {
         EXPECT_EQ(a.connections()[i].child, b.connections()[i].child);
         EXPECT_EQ(a.connections()[i].parent, b.connections()[i].parent);
         EXPECT_EQ(a.connections()[i].type, b.connections()[i].type);
     }
     ASSERT_EQ(a.nodes().size(), b.nodes().size());
-    for (size_t i = 0; i < a.nodes().size(); ++i) {
+    for (size_t i = 0; i < a.nodes().size(); ++i)
+    {
         EXPECT_EQ(a.nodes()[i].name, b.nodes()[i].name);
         EXPECT_EQ(a.nodes()[i].attributeType, b.nodes()[i].attributeType);
         EXPECT_EQ(a.nodes()[i].children, b.nodes()[i].children);
     }
     ASSERT_EQ(a.meshes().size(), b.meshes().size());
-    for (size_t i = 0; i < a.meshes().size(); ++i) expectSameMesh(a.meshes()[i], b.meshes()[i]);
+    for (size_t i = 0; i < a.meshes().size(); ++i)
+        expectSameMesh(a.meshes()[i], b.meshes()[i]);
     EXPECT_EQ(a.takes().size(), b.takes().size());
     EXPECT_EQ(a.currentTake(), b.currentTake());
 }
 
-void expectSameRecords(const Record& a, const Record& b) {
+void expectSameRecords(const Record& a, const Record& b)
+{
     ASSERT_EQ(a.name, b.name);
     EXPECT_EQ(a.offset, b.offset);
     ASSERT_EQ(a.properties.size(), b.properties.size()) << a.name;
-    for (size_t i = 0; i < a.properties.size(); ++i) {
+    for (size_t i = 0; i < a.properties.size(); ++i)
+    {
         const Property& x = a.properties[i];
         const Property& y = b.properties[i];
         ASSERT_EQ(x.type(), y.type());
@@ -105,13 +122,15 @@ void expectSameRecords(const Record& a, const Record& b) {
         EXPECT_TRUE(std::ranges::equal(x.bytes(), y.bytes())) << a.name;
     }
     ASSERT_EQ(a.children.size(), b.children.size()) << a.name;
-    for (size_t i = 0; i < a.children.size(); ++i) expectSameRecords(a.children[i], b.children[i]);
+    for (size_t i = 0; i < a.children.size(); ++i)
+        expectSameRecords(a.children[i], b.children[i]);
 }
 
-}  // namespace
+} // namespace
 
 // How the reader is used: load a file, walk the node tree, read a mesh.
-TEST(FbxReader, HelloCube) {
+TEST(FbxReader, HelloCube)
+{
     SKIP_WITHOUT_SAMPLES();
     Result<Document> doc = Document::load(samplePath("maya_cube_7400_binary.fbx"));
     ASSERT_TRUE(doc.ok()) << doc.error().text();
@@ -127,15 +146,17 @@ TEST(FbxReader, HelloCube) {
     const Mesh& mesh = doc->meshes()[cube.mesh];
     EXPECT_EQ(mesh.controlPointCount(), 8u);
     ASSERT_EQ(mesh.polygonCount(), 6u);
-    for (size_t p = 0; p < 6; ++p) EXPECT_EQ(mesh.polygonSize(p), 4u);
-    EXPECT_EQ(mesh.polygonVertexIndex[3], -3);  // control point 2, closing the first quad
+    for (size_t p = 0; p < 6; ++p)
+        EXPECT_EQ(mesh.polygonSize(p), 4u);
+    EXPECT_EQ(mesh.polygonVertexIndex[3], -3); // control point 2, closing the first quad
     EXPECT_EQ(mesh.polygonVertex(3), 2);
 
     // The positions are the ones Maya wrote to its OBJ export of the same cube.
     std::vector<std::array<double, 3>> obj = objPositions(samplePath("maya_cube.obj"));
     ASSERT_EQ(obj.size(), 8u);
     for (size_t i = 0; i < 8; ++i)
-        for (int c = 0; c < 3; ++c) EXPECT_DOUBLE_EQ(mesh.controlPoints[i * 3 + c], obj[i][c]) << "point " << i;
+        for (int c = 0; c < 3; ++c)
+            EXPECT_DOUBLE_EQ(mesh.controlPoints[i * 3 + c], obj[i][c]) << "point " << i;
 
     // Layer elements keep their mapping exactly as written.
     const LayerElement* normals = mesh.element(LayerElementKind::Normal, 0);
@@ -160,30 +181,39 @@ TEST(FbxReader, HelloCube) {
     EXPECT_EQ(material->index.size(), 1u);
 }
 
-TEST(FbxReader, EverySampleParsesExceptTheDepthBomb) {
+TEST(FbxReader, EverySampleParsesExceptTheDepthBomb)
+{
     SKIP_WITHOUT_SAMPLES();
     std::vector<std::string> names = sampleNames();
     EXPECT_GE(names.size(), 15u);
-    for (const std::string& name : names) {
+    for (const std::string& name : names)
+    {
         Result<Document> doc = Document::load(samplePath(name));
-        if (name == "synthetic_node_depth_fail_7400_binary.fbx") {
+        if (name == "synthetic_node_depth_fail_7400_binary.fbx")
+        {
             EXPECT_FALSE(doc.ok()) << name;
-        } else {
+        }
+        else
+        {
             EXPECT_TRUE(doc.ok()) << name << ": " << (doc ? "" : doc.error().text());
         }
     }
 }
 
-TEST(FbxReader, BinaryAndAsciiTwinsGiveTheSameDocument) {
+TEST(FbxReader, BinaryAndAsciiTwinsGiveTheSameDocument)
+{
     SKIP_WITHOUT_SAMPLES();
     const std::pair<const char*, const char*> twins[] = {
         {"maya_cube_7400_binary.fbx", "maya_cube_7400_ascii.fbx"},
         {"maya_cube_6100_binary.fbx", "maya_cube_6100_ascii.fbx"},
-        {"maya_cube_7400_binary.fbx", "maya_cube_7500_binary.fbx"},            // 64-bit record headers
-        {"maya_cube_7400_binary.fbx", "maya_cube_big_endian_7400_binary.fbx"}, // every field big-endian
-        {"maya_cube_7400_binary.fbx", "maya_zero_end_7400_binary.fbx"},        // leaf records with end offset 0
+        {"maya_cube_7400_binary.fbx", "maya_cube_7500_binary.fbx"}, // 64-bit record headers
+        {"maya_cube_7400_binary.fbx",
+         "maya_cube_big_endian_7400_binary.fbx"}, // every field big-endian
+        {"maya_cube_7400_binary.fbx",
+         "maya_zero_end_7400_binary.fbx"}, // leaf records with end offset 0
     };
-    for (const auto& [first, second] : twins) {
+    for (const auto& [first, second] : twins)
+    {
         SCOPED_TRACE(std::string(first) + " vs " + second);
         std::optional<Document> a = loadSample(first);
         std::optional<Document> b = loadSample(second);
@@ -197,36 +227,46 @@ TEST(FbxReader, BinaryAndAsciiTwinsGiveTheSameDocument) {
     expectSameMesh(onlyMesh(*v6), onlyMesh(*v7));
 }
 
-TEST(FbxReader, BlenderCubeMatchesItsObjExport) {
+TEST(FbxReader, BlenderCubeMatchesItsObjExport)
+{
     SKIP_WITHOUT_SAMPLES();
     // Blender wrote the OBJ Y-up from its Z-up scene: OBJ (x, y, z) is FBX (x, z, -y).
     std::vector<std::array<double, 3>> obj = objPositions(samplePath("blender_279_default.obj"));
-    for (const char* name : {"blender_279_default_7400_binary.fbx", "blender_279_default_6100_ascii.fbx"}) {
+    for (const char* name :
+         {"blender_279_default_7400_binary.fbx", "blender_279_default_6100_ascii.fbx"})
+    {
         SCOPED_TRACE(name);
         std::optional<Document> doc = loadSample(name);
         ASSERT_TRUE(doc);
         const Mesh& mesh = onlyMesh(*doc);
         ASSERT_EQ(mesh.controlPointCount(), obj.size());
-        for (const auto& o : obj) {
+        for (const auto& o : obj)
+        {
             bool found = false;
-            for (size_t i = 0; i < mesh.controlPointCount() && !found; ++i) {
+            for (size_t i = 0; i < mesh.controlPointCount() && !found; ++i)
+            {
                 const double* p = mesh.controlPoints.data() + i * 3;
-                found = std::abs(p[0] - o[0]) < 1e-5 && std::abs(p[2] - o[1]) < 1e-5 && std::abs(-p[1] - o[2]) < 1e-5;
+                found = std::abs(p[0] - o[0]) < 1e-5 && std::abs(p[2] - o[1]) < 1e-5 &&
+                        std::abs(-p[1] - o[2]) < 1e-5;
             }
             EXPECT_TRUE(found) << o[0] << " " << o[1] << " " << o[2];
         }
     }
 }
 
-TEST(FbxReader, NodeAttributeTypes) {
+TEST(FbxReader, NodeAttributeTypes)
+{
     SKIP_WITHOUT_SAMPLES();
-    for (const char* name : {"blender_279_default_7400_binary.fbx", "blender_279_default_6100_ascii.fbx"}) {
+    for (const char* name :
+         {"blender_279_default_7400_binary.fbx", "blender_279_default_6100_ascii.fbx"})
+    {
         SCOPED_TRACE(name);
         std::optional<Document> doc = loadSample(name);
         ASSERT_TRUE(doc);
         // Connection order is child order: Blender connected the cube, the lamp, the camera.
         std::vector<std::string> names;
-        for (int n : doc->walkOrder()) names.push_back(doc->nodes()[n].name);
+        for (int n : doc->walkOrder())
+            names.push_back(doc->nodes()[n].name);
         EXPECT_EQ(names, (std::vector<std::string>{"Cube", "Lamp", "Camera"}));
         EXPECT_EQ(nodeNamed(*doc, "Cube")->attributeType, AttributeType::Mesh);
         EXPECT_EQ(nodeNamed(*doc, "Lamp")->attributeType, AttributeType::Light);
@@ -248,7 +288,8 @@ TEST(FbxReader, NodeAttributeTypes) {
         {"LodGroup", AttributeType::LodGroup},
         {"LOD_0", AttributeType::Null},
     };
-    for (const auto& [name, type] : expected) {
+    for (const auto& [name, type] : expected)
+    {
         const Node* n = nodeNamed(*zoo, name);
         ASSERT_NE(n, nullptr) << name;
         EXPECT_TRUE(n->hasAttribute) << name;
@@ -269,7 +310,8 @@ TEST(FbxReader, NodeAttributeTypes) {
     EXPECT_EQ(zoo->walkOrder().size(), 14u);
 }
 
-TEST(FbxReader, Reads64BitRecordHeaders) {
+TEST(FbxReader, Reads64BitRecordHeaders)
+{
     SKIP_WITHOUT_SAMPLES();
     std::optional<Document> doc = loadSample("maya_cube_7500_binary.fbx");
     ASSERT_TRUE(doc);
@@ -279,7 +321,8 @@ TEST(FbxReader, Reads64BitRecordHeaders) {
     EXPECT_EQ(onlyMesh(*doc).polygonCount(), 6u);
 }
 
-TEST(FbxReader, ZeroEndRecordsAreLeavesNotListEnds) {
+TEST(FbxReader, ZeroEndRecordsAreLeavesNotListEnds)
+{
     SKIP_WITHOUT_SAMPLES();
     // The Creator record in the header has end offset 0 but a name and a property.
     std::optional<Document> doc = loadSample("maya_zero_end_7400_binary.fbx");
@@ -294,7 +337,8 @@ TEST(FbxReader, ZeroEndRecordsAreLeavesNotListEnds) {
     EXPECT_NE(doc->root().child("Objects"), nullptr);
 }
 
-TEST(FbxReader, DocumentInfoAndThumbnail) {
+TEST(FbxReader, DocumentInfoAndThumbnail)
+{
     SKIP_WITHOUT_SAMPLES();
     std::optional<Document> doc = loadSample("motionbuilder_thumbnail_7700_binary.fbx");
     ASSERT_TRUE(doc);
@@ -303,7 +347,7 @@ TEST(FbxReader, DocumentInfoAndThumbnail) {
     ASSERT_NE(info, nullptr);
     EXPECT_EQ(info->title, "");
     ASSERT_TRUE(info->thumbnail.has_value());
-    EXPECT_EQ(info->thumbnail->format, 1);  // RGBA
+    EXPECT_EQ(info->thumbnail->format, 1); // RGBA
     EXPECT_EQ(info->thumbnail->size, 128);
     EXPECT_EQ(info->thumbnail->data.size(), 128u * 128u * 4u);
 
@@ -317,7 +361,8 @@ TEST(FbxReader, DocumentInfoAndThumbnail) {
     EXPECT_EQ(blender->documentInfo(), nullptr);
 }
 
-TEST(FbxReader, Takes) {
+TEST(FbxReader, Takes)
+{
     SKIP_WITHOUT_SAMPLES();
     std::optional<Document> mb = loadSample("motionbuilder_thumbnail_7700_binary.fbx");
     ASSERT_TRUE(mb);
@@ -343,7 +388,8 @@ TEST(FbxReader, Takes) {
     EXPECT_TRUE(blender7->takes().empty());
 }
 
-TEST(FbxReader, GeometricTransformsWithTemplateDefaults) {
+TEST(FbxReader, GeometricTransformsWithTemplateDefaults)
+{
     SKIP_WITHOUT_SAMPLES();
     std::optional<Document> doc = loadSample("max_geometry_transform_7700_binary.fbx");
     ASSERT_TRUE(doc);
@@ -364,7 +410,8 @@ TEST(FbxReader, GeometricTransformsWithTemplateDefaults) {
     EXPECT_EQ(templ->type, "Vector3D");
 }
 
-TEST(FbxReader, UvAndColourSetsOnTheirLayers) {
+TEST(FbxReader, UvAndColourSetsOnTheirLayers)
+{
     SKIP_WITHOUT_SAMPLES();
     std::optional<Document> doc = loadSample("maya_uv_and_color_sets_7500_binary.fbx");
     ASSERT_TRUE(doc);
@@ -385,9 +432,11 @@ TEST(FbxReader, UvAndColourSetsOnTheirLayers) {
     EXPECT_EQ(colours[1]->index.size(), 24u);
 }
 
-TEST(FbxReader, ConnectionsByNameIn61) {
+TEST(FbxReader, ConnectionsByNameIn61)
+{
     SKIP_WITHOUT_SAMPLES();
-    for (const char* name : {"maya_cube_6100_ascii.fbx", "maya_cube_6100_binary.fbx"}) {
+    for (const char* name : {"maya_cube_6100_ascii.fbx", "maya_cube_6100_binary.fbx"})
+    {
         SCOPED_TRACE(name);
         std::optional<Document> doc = loadSample(name);
         ASSERT_TRUE(doc);
@@ -400,14 +449,15 @@ TEST(FbxReader, ConnectionsByNameIn61) {
         const Object* cube = doc->findObjectByName("Model::pCube1");
         ASSERT_NE(cube, nullptr);
         EXPECT_EQ(cube->subClass, "Mesh");
-        EXPECT_EQ(onlyMesh(*doc).geometry, cube);  // the mesh data sits in the Model
+        EXPECT_EQ(onlyMesh(*doc).geometry, cube); // the mesh data sits in the Model
         const PropertyValue* visibility = doc->findProperty(*cube, "Visibility");
-        ASSERT_NE(visibility, nullptr);  // from Properties60
+        ASSERT_NE(visibility, nullptr); // from Properties60
         EXPECT_DOUBLE_EQ(visibility->number(), 1.0);
     }
 }
 
-TEST(FbxReader, ObjectsByIdIn7x) {
+TEST(FbxReader, ObjectsByIdIn7x)
+{
     SKIP_WITHOUT_SAMPLES();
     std::optional<Document> doc = loadSample("maya_cube_7400_ascii.fbx");
     ASSERT_TRUE(doc);
@@ -421,11 +471,13 @@ TEST(FbxReader, ObjectsByIdIn7x) {
     EXPECT_EQ(model->fullName(), "Model::pCube1");
     // Own properties first, template defaults after.
     EXPECT_EQ(doc->findProperty(*model, "currentUVSet")->string(), "map1");
-    EXPECT_EQ(doc->findProperty(*model, "Lcl Scaling")->vec3({0, 0, 0}), (std::array<double, 3>{1, 1, 1}));
+    EXPECT_EQ(doc->findProperty(*model, "Lcl Scaling")->vec3({0, 0, 0}),
+              (std::array<double, 3>{1, 1, 1}));
     EXPECT_EQ(doc->findProperty(*model, "NoSuchProperty"), nullptr);
 }
 
-TEST(FbxReader, DepthBombIsAClearError) {
+TEST(FbxReader, DepthBombIsAClearError)
+{
     SKIP_WITHOUT_SAMPLES();
     Result<Document> doc = Document::load(samplePath("synthetic_node_depth_fail_7400_binary.fbx"));
     ASSERT_FALSE(doc.ok());
@@ -434,30 +486,37 @@ TEST(FbxReader, DepthBombIsAClearError) {
     EXPECT_NE(doc.error().text().find(" at byte "), std::string::npos) << doc.error().text();
 }
 
-TEST(FbxReader, DeepNestingIsCappedNotRecursedInto) {
+TEST(FbxReader, DeepNestingIsCappedNotRecursedInto)
+{
     // Binary: records nested 10000 deep with consistent end offsets.
     BinaryFbxWriter w;
-    for (int i = 0; i < 10000; ++i) w.begin("A");
+    for (int i = 0; i < 10000; ++i)
+        w.begin("A");
     std::vector<uint8_t> binary = w.finish();
     Result<RecordTree> b = parse(binary);
     ASSERT_FALSE(b.ok());
-    EXPECT_NE(b.error().reason.find("nested deeper than 64"), std::string::npos) << b.error().text();
+    EXPECT_NE(b.error().reason.find("nested deeper than 64"), std::string::npos)
+        << b.error().text();
     EXPECT_EQ(b.error().path.substr(0, 6), "A/A/A/");
 
     // ASCII: a million opening braces.
     std::string ascii;
-    for (int i = 0; i < 1000000; ++i) ascii += "A: {";
+    for (int i = 0; i < 1000000; ++i)
+        ascii += "A: {";
     Result<RecordTree> a = parse(bytesOf(ascii));
     ASSERT_FALSE(a.ok());
-    EXPECT_NE(a.error().reason.find("nested deeper than 64"), std::string::npos) << a.error().text();
+    EXPECT_NE(a.error().reason.find("nested deeper than 64"), std::string::npos)
+        << a.error().text();
 
     // 64 levels are fine.
     BinaryFbxWriter ok;
-    for (int i = 0; i < 64; ++i) ok.begin("A");
+    for (int i = 0; i < 64; ++i)
+        ok.begin("A");
     EXPECT_TRUE(parse(ok.finish()).ok());
 }
 
-TEST(FbxReader, MissingNormalsAreAbsent) {
+TEST(FbxReader, MissingNormalsAreAbsent)
+{
     SKIP_WITHOUT_SAMPLES();
     // The layer lists a LayerElementNormal that the geometry does not have.
     std::optional<Document> doc = loadSample("synthetic_missing_normals_7400_ascii.fbx");
@@ -477,15 +536,17 @@ TEST(FbxReader, MissingNormalsAreAbsent) {
     EXPECT_TRUE(bare->meshes().at(0).layerElements.empty());
 }
 
-TEST(FbxReader, MappingAndReferenceNamesAsWritten) {
+TEST(FbxReader, MappingAndReferenceNamesAsWritten)
+{
     AsciiMesh m;
     m.vertices = {0, 0, 0, 1, 0, 0, 0, 1, 0};
     m.polygonVertices = {0, 1, -3};
-    m.layerElements = layerElement("Normal", 0, "ByVertice", "Direct", "Normals: *9 {a: 0,0,1,0,0,1,0,0,1}") +
-                      layerElement("UV", 0, "ByPolygon", "Index", "UV: *2 {a: 0.5,0.5} UVIndex: *1 {a: 0}") +
-                      layerElement("Material", 0, "AllSame", "IndexToDirect", "Materials: *1 {a: 0}") +
-                      layerElement("PolygonGroup", 0, "ByPolygon", "Index", "PolygonGroup: *1 {a: 7}") +
-                      layerElement("Color", 0, "Sideways", "Backwards", "Colors: *4 {a: 1,0,0,1}");
+    m.layerElements =
+        layerElement("Normal", 0, "ByVertice", "Direct", "Normals: *9 {a: 0,0,1,0,0,1,0,0,1}") +
+        layerElement("UV", 0, "ByPolygon", "Index", "UV: *2 {a: 0.5,0.5} UVIndex: *1 {a: 0}") +
+        layerElement("Material", 0, "AllSame", "IndexToDirect", "Materials: *1 {a: 0}") +
+        layerElement("PolygonGroup", 0, "ByPolygon", "Index", "PolygonGroup: *1 {a: 7}") +
+        layerElement("Color", 0, "Sideways", "Backwards", "Colors: *4 {a: 1,0,0,1}");
     Result<Document> doc = Document::parse(bytesOf(asciiFile({m})));
     ASSERT_TRUE(doc.ok()) << doc.error().text();
     const Mesh& mesh = doc->meshes().at(0);
@@ -504,8 +565,10 @@ TEST(FbxReader, MappingAndReferenceNamesAsWritten) {
     EXPECT_EQ(colour->mappingName, "Sideways");
 }
 
-TEST(FbxReader, CompressedArraysMustInflateToTheirDeclaredSize) {
-    auto file = [](int64_t declared) {
+TEST(FbxReader, CompressedArraysMustInflateToTheirDeclaredSize)
+{
+    auto file = [](int64_t declared)
+    {
         BinaryFbxWriter w;
         w.begin("Objects");
         w.begin("Geometry");
@@ -520,17 +583,21 @@ TEST(FbxReader, CompressedArraysMustInflateToTheirDeclaredSize) {
     ASSERT_TRUE(good.ok()) << good.error().text();
     EXPECT_EQ(good->meshes().at(0).controlPointCount(), 100u);
 
-    for (int64_t lie : {299, 301, 256}) {
+    for (int64_t lie : {299, 301, 256})
+    {
         Result<Document> bad = Document::parse(file(lie));
         ASSERT_FALSE(bad.ok());
         EXPECT_EQ(bad.error().path, "Objects/Geometry/Vertices");
-        std::string expected = "compressed array does not inflate to " + std::to_string(lie * 8) + " bytes";
+        std::string expected =
+            "compressed array does not inflate to " + std::to_string(lie * 8) + " bytes";
         EXPECT_EQ(bad.error().reason, expected);
-        EXPECT_NE(bad.error().text().find("Objects/Geometry/Vertices at byte "), std::string::npos) << bad.error().text();
+        EXPECT_NE(bad.error().text().find("Objects/Geometry/Vertices at byte "), std::string::npos)
+            << bad.error().text();
     }
 }
 
-TEST(FbxReader, AbsurdSizesAreRefusedBeforeAllocating) {
+TEST(FbxReader, AbsurdSizesAreRefusedBeforeAllocating)
+{
     // Four billion doubles cannot come out of a few dozen compressed bytes.
     BinaryFbxWriter w;
     w.begin("Huge");
@@ -559,7 +626,8 @@ TEST(FbxReader, AbsurdSizesAreRefusedBeforeAllocating) {
     EXPECT_NE(over.error().reason.find("memory budget"), std::string::npos);
 }
 
-TEST(FbxReader, RecordEndsMustLieInsideTheParentAndMoveForward) {
+TEST(FbxReader, RecordEndsMustLieInsideTheParentAndMoveForward)
+{
     BinaryFbxWriter w;
     w.begin("Parent");
     w.begin("Child");
@@ -569,9 +637,11 @@ TEST(FbxReader, RecordEndsMustLieInsideTheParentAndMoveForward) {
     std::vector<uint8_t> good = w.finish();
     ASSERT_TRUE(parse(good).ok());
 
-    // The child's end offset (its header follows the parent's 13-byte header and name) pointed past its parent, then backwards.
+    // The child's end offset (its header follows the parent's 13-byte header and name) pointed past
+    // its parent, then backwards.
     const size_t childHeader = 27 + 13 + 6;
-    for (uint32_t end : {uint32_t(good.size()), uint32_t(childHeader)}) {
+    for (uint32_t end : {uint32_t(good.size()), uint32_t(childHeader)})
+    {
         std::vector<uint8_t> bad = good;
         std::memcpy(bad.data() + childHeader, &end, 4);
         Result<RecordTree> r = parse(bad);
@@ -584,26 +654,32 @@ TEST(FbxReader, RecordEndsMustLieInsideTheParentAndMoveForward) {
     EXPECT_FALSE(parse(cut).ok());
 }
 
-TEST(FbxReader, ParallelInflationGivesTheSameTreeAndErrors) {
+TEST(FbxReader, ParallelInflationGivesTheSameTreeAndErrors)
+{
     ParseOptions sequential;
     sequential.inflateThreads = 1;
     ParseOptions parallel;
     parallel.inflateThreads = 3;
-    parallel.parallelInflateBytes = 1;  // every compressed array goes to the threads
-    auto same = [&](std::span<const uint8_t> bytes) {
+    parallel.parallelInflateBytes = 1; // every compressed array goes to the threads
+    auto same = [&](std::span<const uint8_t> bytes)
+    {
         Result<RecordTree> a = parse(bytes, sequential);
         Result<RecordTree> b = parse(bytes, parallel);
         ASSERT_EQ(a.ok(), b.ok());
-        if (a.ok()) expectSameRecords(a->root, b->root);
-        else EXPECT_EQ(a.error().text(), b.error().text());
+        if (a.ok())
+            expectSameRecords(a->root, b->root);
+        else
+            EXPECT_EQ(a.error().text(), b.error().text());
     };
 
     BinaryFbxWriter w;
     w.begin("Arrays");
-    for (int i = 0; i < 12; ++i) {
+    for (int i = 0; i < 12; ++i)
+    {
         w.begin("A" + std::to_string(i));
         std::vector<double> values(1000 + 300 * i);
-        for (size_t k = 0; k < values.size(); ++k) values[k] = double(k % (7 + i));
+        for (size_t k = 0; k < values.size(); ++k)
+            values[k] = double(k % (7 + i));
         w.doubles(values, true);
         w.ints(std::vector<int32_t>(500, i), true);
         w.end();
@@ -612,18 +688,21 @@ TEST(FbxReader, ParallelInflationGivesTheSameTreeAndErrors) {
     same(file);
     // Corrupt streams, sizes and structure: the first error in file order either way.
     Random random(3);
-    for (int i = 0; i < 600; ++i) {
+    for (int i = 0; i < 600; ++i)
+    {
         std::vector<uint8_t> bad = file;
         bad[random.below(bad.size())] ^= static_cast<uint8_t>(1 + random.below(255));
         same(bad);
     }
     if (haveSamples())
-        for (const char* name : {"blender_279_default_7400_binary.fbx", "motionbuilder_thumbnail_7700_binary.fbx",
-                                 "maya_cube_big_endian_7400_binary.fbx"})
+        for (const char* name :
+             {"blender_279_default_7400_binary.fbx", "motionbuilder_thumbnail_7700_binary.fbx",
+              "maya_cube_big_endian_7400_binary.fbx"})
             same(readBytes(samplePath(name)));
 }
 
-TEST(FbxReader, RecognisesOnlyFbx) {
+TEST(FbxReader, RecognisesOnlyFbx)
+{
     EXPECT_FALSE(parse(bytesOf("")).ok());
     EXPECT_FALSE(parse(bytesOf("hello world")).ok());
     EXPECT_FALSE(parse(bytesOf("Kaydara FBX Bin")).ok());
@@ -641,18 +720,18 @@ TEST(FbxReader, RecognisesOnlyFbx) {
     EXPECT_EQ(future.error().reason, "unsupported FBX version 9000");
 }
 
-TEST(FbxReader, AsciiValuesOverSeveralLines) {
+TEST(FbxReader, AsciiValuesOverSeveralLines)
+{
     // 6.1 style: values continue after a trailing or leading comma, start on the next
     // line, and bare words and empty value lists occur.
-    const char* text =
-        "Key: \n"
-        "    1924423250,0.5,L,\n"
-        "    7,-2.5e3\n"
-        "   ,\"a &quot;quoted&quot; word\"\n"
-        "CameraIndexName:\n"
-        "Shading: T\n"
-        "Content: , \"abc\"\n"
-        "Big: 9000000000\n";
+    const char* text = "Key: \n"
+                       "    1924423250,0.5,L,\n"
+                       "    7,-2.5e3\n"
+                       "   ,\"a &quot;quoted&quot; word\"\n"
+                       "CameraIndexName:\n"
+                       "Shading: T\n"
+                       "Content: , \"abc\"\n"
+                       "Big: 9000000000\n";
     Result<RecordTree> tree = parse(bytesOf(text));
     ASSERT_TRUE(tree.ok()) << tree.error().text();
     const Record& key = tree->root.children.at(0);
@@ -670,8 +749,10 @@ TEST(FbxReader, AsciiValuesOverSeveralLines) {
     EXPECT_EQ(tree->root.children.at(4).properties.at(0).toInt64(), 9000000000);
 }
 
-TEST(FbxReader, AsciiErrorsNameTheLineAndRecord) {
-    Result<RecordTree> r = parse(bytesOf("Objects: {\n  Geometry: 1, \"x\" {\n    Vertices: *3 {\n      a: 1,2,oops\n"));
+TEST(FbxReader, AsciiErrorsNameTheLineAndRecord)
+{
+    Result<RecordTree> r = parse(
+        bytesOf("Objects: {\n  Geometry: 1, \"x\" {\n    Vertices: *3 {\n      a: 1,2,oops\n"));
     ASSERT_FALSE(r.ok());
     EXPECT_EQ(r.error().path, "Objects/Geometry/Vertices");
     EXPECT_NE(r.error().reason.find("(line 4)"), std::string::npos) << r.error().text();
@@ -680,10 +761,11 @@ TEST(FbxReader, AsciiErrorsNameTheLineAndRecord) {
     EXPECT_NE(open.error().reason.find("missing '}'"), std::string::npos);
 }
 
-TEST(FbxReader, PolygonIndicesMustNameControlPoints) {
+TEST(FbxReader, PolygonIndicesMustNameControlPoints)
+{
     AsciiMesh m;
     m.vertices = {0, 0, 0, 1, 0, 0, 0, 1, 0};
-    m.polygonVertices = {0, 1, -4};  // control point 3 of 3
+    m.polygonVertices = {0, 1, -4}; // control point 3 of 3
     Result<Document> doc = Document::parse(bytesOf(asciiFile({m})));
     ASSERT_FALSE(doc.ok());
     EXPECT_EQ(doc.error().path, "Objects/Geometry/PolygonVertexIndex");
@@ -696,7 +778,8 @@ TEST(FbxReader, PolygonIndicesMustNameControlPoints) {
     EXPECT_EQ(open->meshes().at(0).polygonSize(1), 3u);
 }
 
-TEST(FbxReader, MissingFileIsAnError) {
+TEST(FbxReader, MissingFileIsAnError)
+{
     Result<Document> doc = Document::load("/nonexistent/level.fbx");
     ASSERT_FALSE(doc.ok());
     EXPECT_EQ(doc.error().offset, -1);

@@ -16,13 +16,16 @@
 
 #include "fbx/Document.h"
 
-namespace fbxtest {
+namespace fbxtest
+{
 
 // SplitMix64: a fixed seed gives the same cases on every machine.
-class Random {
+class Random
+{
 public:
     explicit Random(uint64_t seed) : s_(seed) {}
-    uint64_t next() {
+    uint64_t next()
+    {
         uint64_t z = (s_ += 0x9E3779B97F4A7C15ull);
         z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
         z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
@@ -42,7 +45,8 @@ std::vector<std::string> sampleNames();
 
 std::vector<uint8_t> readBytes(const std::string& path);
 void writeBytes(const std::string& path, std::span<const uint8_t> bytes);
-inline std::span<const uint8_t> bytesOf(std::string_view text) {
+inline std::span<const uint8_t> bytesOf(std::string_view text)
+{
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 // A file path in the system's temporary folder, unique to this process.
@@ -54,7 +58,8 @@ std::optional<fbx::Document> loadSample(const std::string& name);
 // Writes a binary FBX file record by record:
 //   BinaryFbxWriter w(7400); w.begin("Objects"); w.begin("Geometry"); w.int64(1); ...
 //   w.end(); w.end(); std::vector<uint8_t> file = w.finish();
-class BinaryFbxWriter {
+class BinaryFbxWriter
+{
 public:
     explicit BinaryFbxWriter(uint32_t version = 7400);
     void begin(std::string_view name);
@@ -70,7 +75,8 @@ public:
     std::vector<uint8_t> finish();
 
 private:
-    struct Open {
+    struct Open
+    {
         size_t header;
         size_t propertiesStart;
         uint64_t propertyCount = 0;
@@ -78,9 +84,10 @@ private:
     };
     void closeProperties(Open& r);
     void putHeaderField(size_t at, uint64_t v);
-    void arrayOf(char code, const void* data, size_t count, size_t size, bool compress, int64_t declaredCount);
-    template <class T>
-    void put(T v) {
+    void arrayOf(char code, const void* data, size_t count, size_t size, bool compress,
+                 int64_t declaredCount);
+    template <class T> void put(T v)
+    {
         const auto* p = reinterpret_cast<const uint8_t*>(&v);
         out_.insert(out_.end(), p, p + sizeof v);
     }
@@ -93,12 +100,13 @@ private:
 
 // One mesh of a hand-made ASCII FBX 7.4 file. Element blocks are written as given, so a test
 // can add any layer element text (a LayerElementNormal with ByVertice mapping, ...).
-struct AsciiMesh {
+struct AsciiMesh
+{
     std::string name = "mesh";
-    std::vector<double> vertices;          // x, y, z per control point
-    std::vector<int32_t> polygonVertices;  // as in the file: last corner as -(i+1)
-    std::string layerElements;             // raw records inside the Geometry
-    std::string layers;                    // raw Layer records
+    std::vector<double> vertices;         // x, y, z per control point
+    std::vector<int32_t> polygonVertices; // as in the file: last corner as -(i+1)
+    std::string layerElements;            // raw records inside the Geometry
+    std::string layers;                   // raw Layer records
 };
 // A file with those meshes, each on its own Model under the root, in that order.
 std::string asciiFile(const std::vector<AsciiMesh>& meshes);
@@ -108,7 +116,8 @@ std::string layerElement(const std::string& kind, int index, const std::string& 
 std::string layerOf(int layer, const std::vector<std::pair<std::string, int>>& elements);
 
 // Redirects stdout (file descriptor 1) to /dev/null while it lives.
-class StdoutSilencer {
+class StdoutSilencer
+{
 public:
     StdoutSilencer();
     ~StdoutSilencer();
@@ -119,7 +128,8 @@ private:
     int saved_ = -1;
 };
 
-}  // namespace fbxtest
+} // namespace fbxtest
 
-#define SKIP_WITHOUT_SAMPLES() \
-    if (!fbxtest::haveSamples()) GTEST_SKIP() << "no FBX samples at " << fbxtest::samplesDir()
+#define SKIP_WITHOUT_SAMPLES()                                                                     \
+    if (!fbxtest::haveSamples())                                                                   \
+    GTEST_SKIP() << "no FBX samples at " << fbxtest::samplesDir()

@@ -2,6 +2,7 @@
 
 #include <FreeImage.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -126,3 +127,24 @@ int countDifferent(const Image& a, const Image& b, int threshold)
     }
     return count;
 }
+
+Image crop(const Image& image, int x0, int y0, int x1, int y1)
+{
+    Image out;
+    if (image.empty())
+    {
+        return out;
+    }
+    x1 = std::min(x1, image.width);
+    y1 = std::min(y1, image.height);
+    out.width = std::max(0, x1 - x0);
+    out.height = std::max(0, y1 - y0);
+    for (int y = y0; y < y1; ++y)
+    {
+        const uint8_t* row = image.pixel(x0, y);
+        out.rgb.insert(out.rgb.end(), row, row + out.width * 3);
+    }
+    return out;
+}
+
+Image worldView(const Image& image) { return crop(image, 0, 60, image.width, 672); }

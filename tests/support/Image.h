@@ -19,6 +19,11 @@ struct Image
 Image loadImage(const std::string& path);
 // Scales to WIDTH x HEIGHT (bilinear), to compare a picture with how it looks stretched on screen.
 Image resized(const Image& image, int width, int height);
+// The rectangle X0..X1, Y0..Y1 (exclusive) of IMAGE.
+Image crop(const Image& image, int x0, int y0, int x1, int y1);
+// The part of a 1024 x 768 game picture that shows only the world: below the overlay's text
+// lines and above its colour disc.
+Image worldView(const Image& image);
 // Mean absolute difference per channel, 0..255; a huge value when the sizes differ.
 double meanDifference(const Image& a, const Image& b);
 // Mean of one channel (0 = red) over a rectangle.

@@ -1,0 +1,181 @@
+// End-to-end: paint on the flat white level, the overlay, and the "loading..." message.
+#include "FbxTestSupport.h"
+#include "support/GameProcess.h"
+#include "support/Image.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+
+namespace
+{
+const double START_SECONDS = 30.0;
+const float PAINT[4][3] = {{1.0f, 0.617f, 0.0f}, {0.604f, 1.0f, 0.0f}, {0.988f, 0.0f, 1.0f}, {0.0f, 0.918f, 1.0f}};
+
+// Which paint colour a pixel shows, or -1.
+int paintOf(const uint8_t* p)
+{
+    for (int c = 0; c < 4; ++c)
+    {
+        if (std::abs(p[0] - PAINT[c][0] * 255) < 24 && std::abs(p[1] - PAINT[c][1] * 255) < 24 &&
+            std::abs(p[2] - PAINT[c][2] * 255) < 24)
+        {
+            return c;
+        }
+    }
+    return -1;
+}
+
+int paintedPixels(const Image& image)
+{
+    int n = 0;
+    for (int y = 0; y < image.height; ++y)
+    {
+        for (int x = 0; x < image.width; ++x)
+        {
+            n += paintOf(image.pixel(x, y)) >= 0;
+        }
+    }
+    return n;
+}
+
+class PaintHudTest : public ::testing::Test
+{
+protected:
+    PaintHudTest() : game(GameProcess::Data::Copy) {}
+
+    void SetUp() override
+    {
+        if (!std::getenv("DISPLAY"))
+        {
+            GTEST_SKIP() << "no X display";
+        }
+    }
+
+    void start()
+    {
+        ASSERT_TRUE(game.start());
+        ASSERT_TRUE(game.waitForError("[SUCCESS] - Successfully started Main Loop", START_SECONDS));
+        ASSERT_NE(game.window(), 0ul);
+    }
+
+    Image shot(const std::string& name)
+    {
+        const std::string path = game.workDir() + "/" + name + ".png";
+        EXPECT_TRUE(game.screenshot(path));
+        return loadImage(path);
+    }
+
+    GameProcess game;
+};
+} // namespace
+
+TEST_F(PaintHudTest, ThrownBallsLeaveSplatsInTheirColoursOnTheWhiteLevel)
+{
+    start();
+    game.key("Return");
+    ASSERT_TRUE(game.waitForError("[SUCCESS] Shader 'mbpostprocess'", START_SECONDS));
+    game.waitExit(3.5); // past the lit start: only paint has colour now
+    EXPECT_EQ(paintedPixels(worldView(shot("before"))), 0);
+
+    for (int i = 0; i < 6; ++i)
+    {
+        game.mouseMoveRelative(i % 2 ? -3 : 3, 0);
+        game.click(1);
+        game.waitExit(0.35);
+    }
+    game.waitExit(2.5);
+    const Image after = worldView(shot("after"));
+    EXPECT_GT(paintedPixels(after), 2000) << "no splats to be seen";
+    EXPECT_EQ(game.outputText().find("FMOD error"), std::string::npos) << "the splash failed";
+    EXPECT_NE(game.outputText().find("Loaded Texture: paint0"), std::string::npos);
+    game.key("Escape");
+    EXPECT_EQ(game.waitExit(10.0), 0);
+}
+
+TEST_F(PaintHudTest, TheOverlayShowsTheNextColourTheFrameRateAndTheHelpRow)
+{
+    start();
+    game.key("Return");
+    ASSERT_TRUE(game.waitForError("[SUCCESS] Shader 'mbpostprocess'", START_SECONDS));
+    game.waitExit(3.5);
+
+    // The disc at the bottom centre shows the next ball's colour.
+    Image picture = shot("disc");
+    const int first = paintOf(picture.pixel(512, 740));
+    EXPECT_GE(first, 0) << "the colour disc is missing";
+    bool changed = false;
+    for (int i = 0; i < 8 && !changed; ++i)
+    {
+        game.click(1);
+        game.waitExit(0.4);
+        const int now = paintOf(shot("disc").pixel(512, 740));
+        EXPECT_GE(now, 0);
+        changed = now != first;
+    }
+    EXPECT_TRUE(changed) << "the disc never changed colour over eight throws";
+
+    // "framerate: N fps" and "game time: N sec" at the top left over the black sky; F1 adds the
+    // help row and F2 takes the frame rate away. The camera stands still, so what changes between
+    // two pictures is the overlay.
+    const Image plain = shot("hud");
+    game.key("F1");
+    ASSERT_TRUE(game.waitForError("Switching help...", 5.0));
+    game.waitExit(0.5);
+    const Image help = shot("help");
+    for (int x : {-280, -110, 30, 150, 300, 450}) // every column of the help row
+    {
+        EXPECT_GT(countDifferent(crop(plain, 512 + x - 40, 16, 512 + x + 40, 40),
+                                 crop(help, 512 + x - 40, 16, 512 + x + 40, 40), 64),
+                  60)
+            << "column at " << x;
+    }
+    game.key("F2");
+    ASSERT_TRUE(game.waitForError("Switching framerate...", 5.0));
+    game.waitExit(0.5);
+    const Image noRate = shot("norate");
+    EXPECT_GT(countDifferent(crop(plain, 8, 14, 200, 54), crop(noRate, 8, 14, 200, 54), 64), 300)
+        << "the frame rate and game time did not go away";
+    game.key("Escape");
+    EXPECT_EQ(game.waitExit(10.0), 0);
+}
+
+TEST_F(PaintHudTest, LoadingIsShownWhileTheMatchIsBuilt)
+{
+    // A big floor makes the build take long enough to look at the loading frame.
+    fbxtest::AsciiMesh floor;
+    floor.name = "floor";
+    const int n = 250;
+    for (int i = 0; i <= n; ++i)
+    {
+        for (int j = 0; j <= n; ++j)
+        {
+            floor.vertices.insert(floor.vertices.end(), {i * 0.5 - 60.0, 3.0, j * 0.5 - 60.0});
+        }
+    }
+    for (int i = 0; i < n; ++i)
+    {
+        for (int j = 0; j < n; ++j)
+        {
+            const int a = i * (n + 1) + j;
+            floor.polygonVertices.insert(floor.polygonVertices.end(), {a, a + 1, a + n + 2, ~(a + n + 1)});
+        }
+    }
+    game.writeData("fbx/level.fbx", fbxtest::asciiFile({floor}));
+    start();
+    game.waitExit(1.0);
+    const Image menu = shot("menu");
+    runCommand("xdotool key Return; import -window " + std::to_string(game.window()) + " png24:" +
+               game.workDir() + "/loading.png");
+    const Image loading = loadImage(game.workDir() + "/loading.png");
+    ASSERT_FALSE(loading.empty());
+    // The text is centred 200 below the middle: dark letters over the light menu picture.
+    const Image before = crop(menu, 400, 560, 624, 612);
+    const Image during = crop(loading, 400, 560, 624, 612);
+    EXPECT_GT(countDifferent(before, during, 64), 800) << "no \"loading...\" on the loading frame";
+    EXPECT_LT(meanDifference(crop(menu, 0, 0, 1024, 500), crop(loading, 0, 0, 1024, 500)), 3.0)
+        << "the rest of the loading frame should still be the menu";
+    game.key("Escape");
+    EXPECT_EQ(game.waitExit(20.0), 0);
+}
