@@ -1,0 +1,103 @@
+// Frame time of the playing state on the shipped level with 0, 500 and 2,000 paint splats, from
+// the start position (the splats lie all over the level; those out of view are culled). Runs the
+// real game in a window: needs an X display. Prints the median and 90th percentile per frame, and
+// the same with frustum culling off, to show where the time goes.
+#include "app/Game.h"
+#include "app/Settings.h"
+#include "scene/Level.h"
+
+#include <GL/glew.h>
+#include <SDL.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <vector>
+
+namespace
+{
+const int FRAMES = 120;
+
+struct Timing
+{
+    double median = 0.0;
+    double p90 = 0.0;
+};
+
+Timing timeFrames(Game& game)
+{
+    std::vector<double> ms;
+    for (int i = 0; i < FRAMES; ++i)
+    {
+        const auto start = std::chrono::steady_clock::now();
+        game.frame();
+        glFinish(); // count the rendering, not just the submission
+        ms.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+    }
+    std::sort(ms.begin(), ms.end());
+    return {ms[ms.size() / 2], ms[ms.size() * 9 / 10]};
+}
+
+// Paints the level at random points of random triangles until it holds COUNT decals.
+void paintUpTo(Level& level, size_t count, std::mt19937& random)
+{
+    const float* v = level.getVertices();
+    std::uniform_int_distribution<int> pick(0, level.getVertexCount() / 3 - 1);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    const Vec4 colours[4] = {{1, 0.617f, 0, 1}, {0.604f, 1, 0, 1}, {0.988f, 0, 1, 1}, {0, 0.918f, 1, 1}};
+    while (level.decalCount() < count)
+    {
+        const float* t = v + static_cast<size_t>(pick(random)) * 12;
+        float a = unit(random), b = unit(random);
+        if (a + b > 1.0f)
+        {
+            a = 1.0f - a;
+            b = 1.0f - b;
+        }
+        const Vec3 p{t[0] + a * (t[4] - t[0]) + b * (t[8] - t[0]), t[1] + a * (t[5] - t[1]) + b * (t[9] - t[1]),
+                     t[2] + a * (t[6] - t[2]) + b * (t[10] - t[2])};
+        const Vec3 n = math::cross({t[4] - t[0], t[5] - t[1], t[6] - t[2]}, {t[8] - t[0], t[9] - t[1], t[10] - t[2]});
+        level.paintHit(p, n, colours[level.decalCount() % 4]);
+    }
+}
+} // namespace
+
+int main()
+{
+    setenv("SDL_AUDIODRIVER", "no-such-audio-driver", 1); // thousands of splashes at once
+    Game game;
+    if (!game.init())
+    {
+        std::fprintf(stderr, "bench_frame_time needs an X display with GL 3.2\n");
+        return 1;
+    }
+    game.loadMatch();
+    Settings::instance().cycle("gamestate");
+    if (!game.getLevel())
+    {
+        std::fprintf(stderr, "bench_frame_time: the level did not load (run it from the repository)\n");
+        return 1;
+    }
+    for (int i = 0; i < 10; ++i)
+    {
+        game.frame();
+    }
+    SDL_Delay(3100); // past the lit start: the flat pass is what a match mostly draws
+
+    std::mt19937 random(11);
+    std::printf("decals  culled: median / p90 ms   not culled: median / p90 ms\n");
+    for (size_t decals : {size_t(0), size_t(500), size_t(2000)})
+    {
+        paintUpTo(*game.getLevel(), decals, random);
+        const Timing culled = timeFrames(game);
+        Settings::instance().toggle("frustum");
+        const Timing all = timeFrames(game);
+        Settings::instance().toggle("frustum");
+        std::printf("%6zu  %8.2f / %6.2f          %8.2f / %6.2f\n", game.getLevel()->decalCount(), culled.median,
+                    culled.p90, all.median, all.p90);
+        std::fflush(stdout);
+    }
+    return 0;
+}
