@@ -133,18 +133,7 @@ bool Game::init()
     TextureManager::instance();
     FontManager::instance();
 
-    Settings& settings = Settings::instance();
-    settings.defineBool("help", false);
-    settings.defineBool("framerate", true);
-    settings.defineBool("wireframe", false);
-    settings.defineBool("vbo", true);
-    settings.defineBool("motionblur", false);
-    settings.defineBool("frustum", true);
-    settings.defineBool("transparency", true);
-    settings.defineInt("texture-quality", 2, 0);
-    settings.defineInt("texture-mipmap", 3, 0);
-    settings.defineInt("gamestate", 3, 0);
-    settings.defineInt("menu-pos", 2, 0);
+    Settings::instance().defineDefaults();
 
     FontManager::instance().load("bankgothic-black");
     SoundManager::instance().playMusic();

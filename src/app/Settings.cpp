@@ -19,6 +19,21 @@ void Settings::destroy()
     single = nullptr;
 }
 
+void Settings::defineDefaults()
+{
+    defineBool("help", false);
+    defineBool("framerate", true);
+    defineBool("wireframe", false);
+    defineBool("vbo", true);
+    defineBool("motionblur", false);
+    defineBool("frustum", true);
+    defineBool("transparency", true);
+    defineInt("texture-quality", 2, 0); // nearest neighbour, linear
+    defineInt("texture-mipmap", 3, 0);  // off, nearest neighbour, linear
+    defineInt("gamestate", 3, 0);       // menu, playing, finished
+    defineInt("menu-pos", 2, 0);
+}
+
 void Settings::defineBool(std::string key, bool value) { bools.try_emplace(std::move(key), value); }
 
 void Settings::defineInt(std::string key, int count, int value)

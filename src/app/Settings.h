@@ -18,6 +18,8 @@ public:
     static Settings& instance();
     static void destroy();
 
+    // Registers every switch the game has with its default value, in the game's order.
+    void defineDefaults();
     // Define only stores when the key is absent: an existing value is never overwritten.
     void defineBool(std::string key, bool value);
     void defineInt(std::string key, int count, int value);

@@ -30,11 +30,11 @@ struct ParseOptions
 {
     uint32_t maxDepth = 64;                    // records nested deeper are an error
     uint64_t memoryBudget = uint64_t(2) << 30; // bytes of parsed data (arrays, strings, records)
-    // Compressed arrays that inflate to at least parallelInflateBytes are inflated after the
+    // Compressed arrays that inflate to at least parallelInflateBytes may be inflated after the
     // records are read, several at once: on up to inflateThreads threads (0: one per core,
     // at most 4; 1: never start a thread). Errors are the same as reading in file order.
-    // Files of the game's size have no such arrays and never start a thread.
-    uint32_t inflateThreads = 0;
+    // The game runs on one thread, so the default starts none; tools may ask for more.
+    uint32_t inflateThreads = 1;
     uint64_t parallelInflateBytes = uint64_t(8) << 20;
 };
 

@@ -37,27 +37,14 @@ protected:
         {
             GTEST_SKIP() << "no GL 3.2 context: " << gl.error();
         }
-        glGenFramebuffers(1, &framebuffer);
-        glGenRenderbuffers(1, &colour);
-        glBindRenderbuffer(GL_RENDERBUFFER, colour);
-        glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA8, WIDTH, HEIGHT);
-        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-        glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, colour);
-        glViewport(0, 0, WIDTH, HEIGHT);
+        target = std::make_unique<OffscreenTarget>();
         glEnable(GL_BLEND);
         glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
         glEnable(GL_CULL_FACE);
 
         Settings& settings = Settings::instance();
-        settings.defineBool("help", false);
-        settings.defineBool("framerate", false);
-        settings.defineBool("wireframe", false);
-        settings.defineBool("vbo", true);
-        settings.defineBool("motionblur", false);
-        settings.defineBool("frustum", true);
-        settings.defineBool("transparency", true);
-        settings.defineInt("texture-quality", 2, 0);
-        settings.defineInt("texture-mipmap", 3, 0);
+        settings.defineBool("framerate", false); // before the defaults: the tests switch it on
+        settings.defineDefaults();
 
         testing::internal::CaptureStderr();
         testing::internal::CaptureStdout();
@@ -75,12 +62,7 @@ protected:
         ShaderManager::destroy();
         TextureManager::destroy();
         Settings::destroy();
-        if (gl.ok())
-        {
-            glBindFramebuffer(GL_FRAMEBUFFER, 0);
-            glDeleteFramebuffers(1, &framebuffer);
-            glDeleteRenderbuffers(1, &colour);
-        }
+        target.reset();
     }
 
     void begin()
@@ -128,8 +110,7 @@ protected:
     }
 
     GlContext gl;
-    GLuint framebuffer = 0;
-    GLuint colour = 0;
+    std::unique_ptr<OffscreenTarget> target;
     std::unique_ptr<Hud> hud;
 };
 

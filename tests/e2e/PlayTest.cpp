@@ -53,7 +53,7 @@ protected:
         ASSERT_TRUE(game.waitForError("[SUCCESS] - Successfully started Main Loop", START_SECONDS));
         ASSERT_NE(game.window(), 0ul);
         game.key("Return");
-        ASSERT_TRUE(game.waitForError("[SUCCESS] Shader 'mbpostprocess'", START_SECONDS));
+        ASSERT_TRUE(game.waitForMatch(START_SECONDS));
     }
 
     std::string shot(const std::string& name)

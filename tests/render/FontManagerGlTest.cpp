@@ -37,13 +37,7 @@ protected:
         {
             GTEST_SKIP() << "no GL 3.2 context: " << gl.error();
         }
-        glGenFramebuffers(1, &framebuffer);
-        glGenRenderbuffers(1, &colour);
-        glBindRenderbuffer(GL_RENDERBUFFER, colour);
-        glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA8, WIDTH, HEIGHT);
-        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-        glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, colour);
-        glViewport(0, 0, WIDTH, HEIGHT);
+        target = std::make_unique<OffscreenTarget>();
         // The game's drawing state.
         glEnable(GL_BLEND);
         glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
@@ -60,11 +54,7 @@ protected:
         ShaderManager::destroy();
         TextureManager::destroy();
         Settings::destroy();
-        if (gl.ok())
-        {
-            glDeleteFramebuffers(1, &framebuffer);
-            glDeleteRenderbuffers(1, &colour);
-        }
+        target.reset();
     }
 
     // The red channel, rows from the top of the screen.
@@ -116,8 +106,7 @@ protected:
     }
 
     GlContext gl;
-    GLuint framebuffer = 0;
-    GLuint colour = 0;
+    std::unique_ptr<OffscreenTarget> target;
 };
 } // namespace
 

@@ -22,12 +22,7 @@ protected:
             GTEST_SKIP() << "no GL 3.2 context: " << gl.error();
         }
         setenv("SDL_AUDIODRIVER", "no-such-audio-driver", 1);
-        Settings& settings = Settings::instance();
-        settings.defineBool("vbo", true);
-        settings.defineBool("frustum", true);
-        settings.defineBool("transparency", true);
-        settings.defineInt("texture-quality", 2, 0);
-        settings.defineInt("texture-mipmap", 3, 0);
+        Settings::instance().defineDefaults();
         testing::internal::CaptureStderr();
         ShaderManager::instance();
         testing::internal::GetCapturedStderr();

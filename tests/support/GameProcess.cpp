@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -197,6 +198,22 @@ bool GameProcess::waitForError(const std::string& text, double seconds)
 bool GameProcess::waitForOutput(const std::string& text, double seconds)
 {
     return waitForText(false, text, seconds);
+}
+
+bool GameProcess::waitForMatch(double seconds)
+{
+    static const std::regex countLine("\n[0-9]+\n");
+    const double end = now() + seconds;
+    while (now() < end && running())
+    {
+        if (std::regex_search(outputText(), countLine))
+        {
+            pause(0.5);
+            return true;
+        }
+        pause(0.05);
+    }
+    return false;
 }
 
 std::string GameProcess::errorText() const { return readFile(dir + "/stderr.txt"); }

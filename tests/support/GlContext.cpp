@@ -50,6 +50,24 @@ GlContext::~GlContext()
     SDL_Quit();
 }
 
+OffscreenTarget::OffscreenTarget()
+{
+    glGenFramebuffers(1, &framebuffer);
+    glGenRenderbuffers(1, &colour);
+    glBindRenderbuffer(GL_RENDERBUFFER, colour);
+    glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA8, WIDTH, HEIGHT);
+    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, colour);
+    glViewport(0, 0, WIDTH, HEIGHT);
+}
+
+OffscreenTarget::~OffscreenTarget()
+{
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    glDeleteFramebuffers(1, &framebuffer);
+    glDeleteRenderbuffers(1, &colour);
+}
+
 ScratchDirectory::ScratchDirectory(bool linkData)
 {
     if (!getcwd(previous, sizeof(previous)))

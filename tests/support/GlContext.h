@@ -24,6 +24,24 @@ private:
     void* context = nullptr;
 };
 
+// A 1024 x 768 RGBA framebuffer (one pixel per screen unit, like the game's window), bound and
+// made the viewport while it lives; for reading back what was drawn.
+class OffscreenTarget
+{
+public:
+    static constexpr int WIDTH = 1024;
+    static constexpr int HEIGHT = 768;
+
+    OffscreenTarget();
+    ~OffscreenTarget();
+    OffscreenTarget(const OffscreenTarget&) = delete;
+    OffscreenTarget& operator=(const OffscreenTarget&) = delete;
+
+private:
+    unsigned int framebuffer = 0;
+    unsigned int colour = 0;
+};
+
 // Runs the test body from a fresh temporary directory holding a link to the repository's data/,
 // so relative data paths resolve and the test may add files of its own. Restores the old working
 // directory and removes the temporary one afterwards.
