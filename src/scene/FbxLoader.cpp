@@ -49,7 +49,7 @@ int64_t indexed(const fbx::ArrayRef<int32_t>& index, int64_t at)
                                                                : -1;
 }
 
-// The import's texture coordinate rules (spec Part 3.3): which UV value of this element
+// The import's texture coordinate rules: which UV value of this element
 // belongs to a polygon vertex, and whether it is stored or only reported.
 // ByPolygonVertex elements go through the mesh's texture-UV index, which the SDK takes from
 // layer 0's UV element whatever layer this element is on: kept as the game had it.
