@@ -85,9 +85,13 @@ TEST_F(PaintHudTest, ThrownBallsLeaveSplatsInTheirColoursOnTheWhiteLevel)
         game.click(1);
         game.waitExit(0.35);
     }
-    game.waitExit(2.5);
-    const Image after = worldView(shot("after"));
-    EXPECT_GT(paintedPixels(after), 2000) << "no splats to be seen";
+    int painted = 0;
+    for (int i = 0; i < 30 && painted <= 2000; ++i) // balls take a moment to land
+    {
+        game.waitExit(0.25);
+        painted = paintedPixels(worldView(shot("after")));
+    }
+    EXPECT_GT(painted, 2000) << "no splats to be seen";
     EXPECT_EQ(game.outputText().find("FMOD error"), std::string::npos) << "the splash failed";
     EXPECT_NE(game.outputText().find("Loaded Texture: paint0"), std::string::npos);
     game.key("Escape");
@@ -102,8 +106,15 @@ TEST_F(PaintHudTest, TheOverlayShowsTheNextColourTheFrameRateAndTheHelpRow)
     game.waitExit(3.5);
 
     // The disc at the bottom centre shows the next ball's colour.
-    Image picture = shot("disc");
-    const int first = paintOf(picture.pixel(512, 740));
+    int first = -1;
+    for (int i = 0; i < 20 && first < 0; ++i)
+    {
+        first = paintOf(shot("disc").pixel(512, 740));
+        if (first < 0)
+        {
+            game.waitExit(0.25);
+        }
+    }
     EXPECT_GE(first, 0) << "the colour disc is missing";
     bool changed = false;
     for (int i = 0; i < 8 && !changed; ++i)
@@ -166,16 +177,25 @@ TEST_F(PaintHudTest, LoadingIsShownWhileTheMatchIsBuilt)
     start();
     game.waitExit(1.0);
     const Image menu = shot("menu");
-    runCommand("xdotool key Return; import -window " + std::to_string(game.window()) + " png24:" +
-               game.workDir() + "/loading.png");
-    const Image loading = loadImage(game.workDir() + "/loading.png");
-    ASSERT_FALSE(loading.empty());
-    // The text is centred 200 below the middle: dark letters over the light menu picture.
+    // The loading frame stays up while the level builds: look until it shows.
+    game.key("Return");
     const Image before = crop(menu, 400, 560, 624, 612);
-    const Image during = crop(loading, 400, 560, 624, 612);
-    EXPECT_GT(countDifferent(before, during, 64), 800) << "no \"loading...\" on the loading frame";
-    EXPECT_LT(meanDifference(crop(menu, 0, 0, 1024, 500), crop(loading, 0, 0, 1024, 500)), 3.0)
-        << "the rest of the loading frame should still be the menu";
+    int lettering = 0;
+    double rest = 0.0;
+    for (int i = 0; i < 40 && lettering <= 800; ++i)
+    {
+        const Image loading = shot("loading");
+        ASSERT_FALSE(loading.empty());
+        lettering = countDifferent(before, crop(loading, 400, 560, 624, 612), 64);
+        rest = meanDifference(crop(menu, 0, 0, 1024, 500), crop(loading, 0, 0, 1024, 500));
+        if (rest > 3.0)
+        {
+            break; // the match is on screen already
+        }
+    }
+    // The text is centred 200 below the middle: dark letters over the light menu picture.
+    EXPECT_GT(lettering, 800) << "no \"loading...\" on the loading frame";
+    EXPECT_LT(rest, 3.0) << "the rest of the loading frame should still be the menu";
     game.key("Escape");
     EXPECT_EQ(game.waitExit(20.0), 0);
 }
