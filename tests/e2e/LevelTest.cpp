@@ -143,11 +143,12 @@ TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
     const std::string lines = waitForPicture("lines", [&](const Tones& t) { return t.white < flatTones.white * 0.6; }, 5.0);
     EXPECT_FALSE(lines.empty());
     game.key("F3");
+    ASSERT_FALSE(waitForPicture("filled", isFlat, 5.0).empty()) << "wireframe did not switch off";
 
     game.key("F6"); // vertex buffers off: the same picture from client memory
     ASSERT_TRUE(game.waitForError("Switching vbo...", 5.0));
     game.waitExit(0.5);
-    const Image withoutBuffers = worldView(loadImage(shot("novbo")));
+    const Image withoutBuffers = worldView(loadImage(waitForPicture("novbo", isFlat, 5.0)));
     EXPECT_LT(countDifferent(withoutBuffers, worldView(loadImage(flat)), 16), 1024 * 768 / 200);
 
     game.key("Escape");
@@ -167,8 +168,9 @@ TEST_F(LevelTest, TheViewTurnsWithTheMouseAndWalksWithTheKeys)
     const Image turned = worldView(loadImage(shot("turned")));
     EXPECT_GT(countDifferent(start, turned, 16), 1024 * 768 / 50) << "the mouse did not turn the view";
 
-    // R levels the view and faces the start direction again.
-    game.key("r");
+    // R levels the view and faces the start direction again. It acts while held, so hold it for
+    // a few frames.
+    runCommand("xdotool keydown r; sleep 0.4; xdotool keyup r");
     game.waitExit(0.5);
     EXPECT_LT(countDifferent(start, worldView(loadImage(shot("reset"))), 16), 1024 * 768 / 200);
 
