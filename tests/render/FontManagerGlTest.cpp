@@ -10,22 +10,22 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <vector>
 
 namespace
 {
 const char* const BIG = "bankgothic-black";
+const int WIDTH = OffscreenTarget::WIDTH; // one pixel per text screen unit
+const int HEIGHT = OffscreenTarget::HEIGHT;
 
-const int WIDTH = 1024; // one pixel per screen unit, as in the game's window
-const int HEIGHT = 768;
-
-// Where ink is, in text screen units (x -512..512, y -384 at the top).
+// What one draw left on the screen, and the bounds of its ink in text screen units (x -512..512,
+// y -384 at the top).
 struct Ink
 {
+    std::vector<uint8_t> rgba = std::vector<uint8_t>(WIDTH * HEIGHT * 4);
     int count = 0;
     int minX = WIDTH, maxX = -WIDTH, minY = HEIGHT, maxY = -HEIGHT;
-    int darkest = 255;
+    int redAt(int x, int y) const { return rgba[((383 - y) * WIDTH + x + 512) * 4]; }
 };
 
 class FontManagerGlTest : public ::testing::Test
@@ -44,9 +44,9 @@ protected:
         glEnable(GL_CULL_FACE);
         glEnable(GL_DEPTH_TEST);
         Settings::instance().defineBool("wireframe", false);
-        testing::internal::CaptureStderr();
-        FontManager::instance();
-        testing::internal::GetCapturedStderr();
+        quietly([] { FontManager::instance(); }); // builds every shader
+        firstLoad = quietly([] { FontManager::instance().load(BIG); });
+        ASSERT_TRUE(FontManager::instance().has(BIG));
     }
     void TearDown() override
     {
@@ -56,69 +56,51 @@ protected:
         Settings::destroy();
         target.reset();
     }
-
-    // The red channel, rows from the top of the screen.
-    static std::vector<uint8_t> redRows()
+    // Standard output and error while RUN runs.
+    template <typename Run> static std::pair<std::string, std::string> quietly(Run run)
     {
-        std::vector<uint8_t> rgba(WIDTH * HEIGHT * 4), red(WIDTH * HEIGHT);
-        glReadPixels(0, 0, WIDTH, HEIGHT, GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
-        for (int i = 0; i < WIDTH * HEIGHT; ++i)
-        {
-            red[(HEIGHT - 1 - i / WIDTH) * WIDTH + i % WIDTH] = rgba[i * 4];
-        }
-        return red;
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        run();
+        std::string out = testing::internal::GetCapturedStdout();
+        return {out, testing::internal::GetCapturedStderr()};
     }
-    static Ink findInk(const std::vector<uint8_t>& red, bool darkOnLight)
+
+    // Draws TEXT on a fresh white background (black without DARKONLIGHT) and finds the ink.
+    static Ink drawn(const std::string& font, float x, float y, const std::string& text, int align,
+                     bool darkOnLight = true)
     {
+        glClearColor(darkOnLight, darkOnLight, darkOnLight, 1.0f);
+        glClear(GL_COLOR_BUFFER_BIT);
+        FontManager::instance().draw(font, x, y, text, align);
         Ink ink;
-        for (int i = 0; i < WIDTH * HEIGHT; ++i)
+        glReadPixels(0, 0, WIDTH, HEIGHT, GL_RGBA, GL_UNSIGNED_BYTE, ink.rgba.data());
+        for (int y = -384; y < 384; ++y)
         {
-            ink.darkest = std::min<int>(ink.darkest, red[i]);
-            if (darkOnLight == (red[i] < 128))
+            for (int x = -512; x < 512; ++x)
             {
-                ++ink.count;
-                ink.minX = std::min(ink.minX, i % WIDTH - 512);
-                ink.maxX = std::max(ink.maxX, i % WIDTH - 512);
-                ink.minY = std::min(ink.minY, i / WIDTH - 384);
-                ink.maxY = std::max(ink.maxY, i / WIDTH - 384);
+                if (darkOnLight == (ink.redAt(x, y) < 128))
+                {
+                    ++ink.count;
+                    ink.minX = std::min(ink.minX, x), ink.maxX = std::max(ink.maxX, x);
+                    ink.minY = std::min(ink.minY, y), ink.maxY = std::max(ink.maxY, y);
+                }
             }
         }
         return ink;
     }
-    // Draws TEXT on a fresh background and returns the ink.
-    static Ink drawn(const std::string& font, float x, float y, const std::string& text, int align,
-                     bool darkOnLight = true)
-    {
-        const float grey = darkOnLight ? 1.0f : 0.0f;
-        glClearColor(grey, grey, grey, 1.0f);
-        glClear(GL_COLOR_BUFFER_BIT);
-        FontManager::instance().draw(font, x, y, text, align);
-        return findInk(redRows(), darkOnLight);
-    }
-
-    static void loadQuietly(const char* name)
-    {
-        testing::internal::CaptureStderr();
-        testing::internal::CaptureStdout();
-        ASSERT_TRUE(FontManager::instance().load(name));
-        testing::internal::GetCapturedStdout();
-        testing::internal::GetCapturedStderr();
-    }
 
     GlContext gl;
     std::unique_ptr<OffscreenTarget> target;
+    std::pair<std::string, std::string> firstLoad;
 };
 } // namespace
 
-TEST_F(FontManagerGlTest, DrawsBlackGlyphsWhereTheLayoutPutsThem)
+TEST_F(FontManagerGlTest, DrawsGlyphsWhereTheLayoutPutsThemAndAlignsOnTheAdvance)
 {
-    loadQuietly(BIG);
     const Font& font = *FontManager::instance().find(BIG);
     const std::vector<GlyphQuad> quads = layoutText(font, "HUD", nullptr);
-    ASSERT_EQ(quads.size(), 3u);
-
     const Ink ink = drawn(BIG, -100.0f, 50.0f, "HUD", FontManager::ALIGN_LEFT);
-    EXPECT_LT(ink.darkest, 10);
     // The ink fills the quads' outline: "H" starts, and "D" ends, at its quad's edge.
     EXPECT_NEAR(ink.minX, -100 + quads[0].positions[0], 1.5);
     EXPECT_NEAR(ink.maxX + 1, -100 + quads[2].positions[4], 1.5);
@@ -127,17 +109,10 @@ TEST_F(FontManagerGlTest, DrawsBlackGlyphsWhereTheLayoutPutsThem)
 
     // The right glyph the right way up: a "U" is open at the top and closed at the bottom.
     const Ink u = drawn(BIG, 0.0f, 0.0f, "U", FontManager::ALIGN_LEFT);
-    const std::vector<uint8_t> red = redRows();
     ASSERT_GT(u.count, 100);
-    const int middle = 512 + (u.minX + u.maxX) / 2;
-    EXPECT_GT(red[(384 + u.minY + 2) * WIDTH + middle], 200);
-    EXPECT_LT(red[(384 + u.maxY - 2) * WIDTH + middle], 50);
-}
+    EXPECT_GT(u.redAt((u.minX + u.maxX) / 2, u.minY + 2), 200);
+    EXPECT_LT(u.redAt((u.minX + u.maxX) / 2, u.maxY - 2), 50);
 
-TEST_F(FontManagerGlTest, AlignmentUsesTheAdvanceWidthWithKerning)
-{
-    loadQuietly(BIG);
-    const Font& font = *FontManager::instance().find(BIG);
     for (const std::string text : {"HUD", "AVATAR"}) // A-V, V-A and T-A are kerned
     {
         float advance = 0.0f;
@@ -145,81 +120,45 @@ TEST_F(FontManagerGlTest, AlignmentUsesTheAdvanceWidthWithKerning)
         const Ink left = drawn(BIG, 0.0f, 0.0f, text, FontManager::ALIGN_LEFT);
         const Ink right = drawn(BIG, 0.0f, 0.0f, text, FontManager::ALIGN_RIGHT);
         const Ink centre = drawn(BIG, 0.0f, 0.0f, text, FontManager::ALIGN_CENTRE);
-        ASSERT_GT(left.count, 100) << text;
         EXPECT_EQ(right.minX, left.minX - advance) << text;
-        EXPECT_EQ(right.maxX, left.maxX - advance) << text;
         EXPECT_NEAR(centre.minX, left.minX - advance / 2, 1.0) << text;
-        EXPECT_NEAR(centre.maxX, left.maxX - advance / 2, 1.0) << text;
-        EXPECT_EQ(right.minY, left.minY) << text;
         EXPECT_LT(right.maxX, 0) << text; // no ink past the end of the last advance
     }
 }
 
 TEST_F(FontManagerGlTest, WireframeDrawsWhiteFilledTextAndRestoresLines)
 {
-    loadQuietly(BIG);
     const Ink black = drawn(BIG, -300.0f, 0.0f, "Wireframe 42", FontManager::ALIGN_LEFT);
-    GLint mode[2] = {};
-    glGetIntegerv(GL_POLYGON_MODE, mode);
-    EXPECT_EQ(mode[0], GL_FILL);
-    EXPECT_TRUE(glIsEnabled(GL_DEPTH_TEST));
-
-    testing::internal::CaptureStderr();
-    Settings::instance().toggle("wireframe");
-    testing::internal::GetCapturedStderr();
+    quietly([] { Settings::instance().toggle("wireframe"); });
     glPolygonMode(GL_FRONT_AND_BACK, GL_LINE);
     const Ink white = drawn(BIG, -300.0f, 0.0f, "Wireframe 42", FontManager::ALIGN_LEFT, false);
     // As much ink as the filled black text: outlined quads would show almost none.
     EXPECT_NEAR(white.count, black.count, black.count / 50);
     EXPECT_EQ(white.minX, black.minX);
+    GLint mode[2] = {};
     glGetIntegerv(GL_POLYGON_MODE, mode);
     EXPECT_EQ(mode[0], GL_LINE);
+    EXPECT_TRUE(glIsEnabled(GL_DEPTH_TEST));
     glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
 }
 
-TEST_F(FontManagerGlTest, LoadingTwiceReadsTheFilesOnce)
+TEST_F(FontManagerGlTest, LoadsEachFontOnceAndReportsUnreadableOnes)
 {
     FontManager& fonts = FontManager::instance();
-    testing::internal::CaptureStderr();
-    testing::internal::CaptureStdout();
-    EXPECT_TRUE(fonts.load(BIG));
-    EXPECT_TRUE(fonts.load(BIG));
-    const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Loaded Font: bankgothic-black");
-    EXPECT_EQ(out, "Loaded Texture: bankgothic-black (512x256)\n");
+    EXPECT_EQ(firstLoad, std::make_pair(std::string("Loaded Texture: bankgothic-black (512x256)\n"),
+                                        std::string("Loaded Font: bankgothic-black")));
+    EXPECT_EQ(quietly([&] { EXPECT_TRUE(fonts.load(BIG)); }),
+              std::make_pair(std::string(), std::string()));
 
-    const Font* font = fonts.find(BIG);
-    ASSERT_NE(font, nullptr);
-    EXPECT_EQ(font->scaleW, 512);
-    EXPECT_EQ(font->texture, TextureManager::instance().get(BIG));
-    EXPECT_NE(font->texture, 0u);
-    EXPECT_EQ(font->textureUnit, TextureManager::instance().unit(BIG));
-}
-
-TEST_F(FontManagerGlTest, UnreadableDescriptorsReportAndRegisterNothing)
-{
+    // Missing, and a directory: it opens, but every read fails.
     ScratchDirectory scratch(false);
-    FontManager& fonts = FontManager::instance();
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(fonts.load(BIG));
     std::filesystem::create_directories("data/fonts/folder.fnt");
-    EXPECT_FALSE(fonts.load("folder"));
-    const std::string err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(err, "[ERROR] Could not read font 'bankgothic-black' from "
-                   "data/fonts/bankgothic-black.fnt\n"
-                   "[ERROR] Could not read font 'folder' from data/fonts/folder.fnt\n");
-    EXPECT_FALSE(fonts.has(BIG));
-    EXPECT_FALSE(fonts.has("folder"));
-
-    // Garbage is read as far as it makes sense and drawn without harm.
-    std::ofstream("data/fonts/noise.fnt", std::ios::binary)
-        << "char id=72 width=65535 height=9 xoffset=-1 xadvance=65535\n\x01\xff\x02zz\n"
-           "kerning first=72 second=72 amount=-32768\n";
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(fonts.load("noise"));
-    testing::internal::GetCapturedStderr();
-    drawn("noise", 0.0f, 0.0f, "HHH", FontManager::ALIGN_CENTRE);
-    // An unknown name draws nothing.
-    EXPECT_EQ(drawn("never-loaded", 0.0f, 0.0f, "HUD", FontManager::ALIGN_LEFT).count, 0);
-    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+    for (const std::string name : {"missing", "folder"})
+    {
+        const std::string err = quietly([&] { EXPECT_FALSE(fonts.load(name)); }).second;
+        EXPECT_EQ(err,
+                  "[ERROR] Could not read font '" + name + "' from data/fonts/" + name + ".fnt\n");
+        EXPECT_FALSE(fonts.has(name));
+        EXPECT_EQ(drawn(name, 0.0f, 0.0f, "HUD", FontManager::ALIGN_LEFT).count, 0);
+    }
 }
