@@ -44,7 +44,9 @@ TriangleTree::~TriangleTree() = default;
 
 void TriangleTree::query(const Vec3& min, const Vec3& max, std::vector<int>& triangles) const
 {
+    const size_t TYPICAL_SPLAT_TRIANGLES = 64; // a splat on 1 m triangles touches a few dozen
     triangles.clear();
+    triangles.reserve(TYPICAL_SPLAT_TRIANGLES);
     Collector collector(triangles);
     bvh->getOptimizedBvh()->reportAabbOverlappingNodex(&collector, btVector3(min.x, min.y, min.z),
                                                        btVector3(max.x, max.y, max.z));
