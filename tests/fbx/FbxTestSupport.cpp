@@ -1,44 +1,14 @@
 #include "FbxTestSupport.h"
 
-#include <fcntl.h>
 #include <libdeflate.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 
 namespace fbxtest
 {
-
-std::string samplesDir()
-{
-    return BLOTCH_FBX_SAMPLES;
-}
-
-bool haveSamples()
-{
-    return std::filesystem::is_directory(samplesDir());
-}
-
-std::string samplePath(const std::string& name)
-{
-    return samplesDir() + "/" + name;
-}
-
-std::vector<std::string> sampleNames()
-{
-    std::vector<std::string> names;
-    if (!haveSamples())
-        return names;
-    for (const auto& entry : std::filesystem::directory_iterator(samplesDir()))
-        if (entry.path().extension() == ".fbx")
-            names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
 
 std::vector<uint8_t> readBytes(const std::string& path)
 {
@@ -74,95 +44,59 @@ std::optional<fbx::Document> loadSample(const std::string& name)
 
 // ---- BinaryFbxWriter
 
-BinaryFbxWriter::BinaryFbxWriter(uint32_t version) : version_(version), wide_(version >= 7500)
+BinaryFbxWriter::BinaryFbxWriter(uint32_t version) : wide_(version >= 7500)
 {
-    const char magic[] = "Kaydara FBX Binary  ";
-    out_.assign(magic, magic + sizeof magic); // with its NUL
-    out_.push_back(0x1A);
-    out_.push_back(0); // little-endian
-    put<uint32_t>(version);
+    put("Kaydara FBX Binary  \0\x1A\0", 23); // the magic, its NUL, 0x1A, little-endian
+    put(&version, 4);
 }
 
-void BinaryFbxWriter::putHeaderField(size_t at, uint64_t v)
+void BinaryFbxWriter::put(const void* data, size_t size)
 {
-    if (wide_)
-        std::memcpy(out_.data() + at, &v, 8);
-    else
-    {
-        uint32_t v32 = static_cast<uint32_t>(v);
-        std::memcpy(out_.data() + at, &v32, 4);
-    }
-}
-
-void BinaryFbxWriter::closeProperties(Open& r)
-{
-    if (r.childrenStarted)
-        return;
-    r.childrenStarted = true;
-    size_t field = wide_ ? 8 : 4;
-    putHeaderField(r.header + field, r.propertyCount);
-    putHeaderField(r.header + 2 * field, out_.size() - r.propertiesStart);
+    out_.insert(out_.end(), static_cast<const uint8_t*>(data),
+                static_cast<const uint8_t*>(data) + size);
 }
 
 void BinaryFbxWriter::begin(std::string_view name)
 {
-    if (!open_.empty())
-        closeProperties(open_.back());
-    Open r;
-    r.header = out_.size();
-    out_.resize(out_.size() + (wide_ ? 24 : 12), 0);
+    if (!open_.empty() && !open_.back().children)
+        open_.back().children = out_.size();
+    const size_t header = out_.size();
+    out_.resize(header + (wide_ ? 24 : 12), 0); // end offset, property count and bytes
     out_.push_back(static_cast<uint8_t>(name.size()));
-    out_.insert(out_.end(), name.begin(), name.end());
-    r.propertiesStart = out_.size();
-    open_.push_back(r);
+    put(name.data(), name.size());
+    open_.push_back({header, out_.size()});
 }
 
 void BinaryFbxWriter::end()
 {
-    Open r = open_.back();
+    const Open r = open_.back();
     open_.pop_back();
-    bool hadChildren = r.childrenStarted;
-    closeProperties(r);
-    if (hadChildren)
-        out_.resize(out_.size() + (wide_ ? 25 : 13), 0); // the null record closing the list
-    putHeaderField(r.header, out_.size());
+    const size_t field = wide_ ? 8 : 4;
+    if (r.children)
+        out_.resize(out_.size() + 3 * field + 1, 0); // the null record closing the children
+    const uint64_t header[3] = {out_.size(), r.propertyCount,
+                                (r.children ? r.children : out_.size()) - r.properties};
+    for (int i = 0; i < 3; ++i) // the low half of each when 32-bit, on this little-endian machine
+        std::memcpy(out_.data() + r.header + i * field, &header[i], field);
 }
 
-void BinaryFbxWriter::int32(int32_t v)
+void BinaryFbxWriter::scalar(char code, const void* value, size_t size)
 {
-    out_.push_back('I');
-    put(v);
-    open_.back().propertyCount++;
-}
-
-void BinaryFbxWriter::int64(int64_t v)
-{
-    out_.push_back('L');
-    put(v);
-    open_.back().propertyCount++;
-}
-
-void BinaryFbxWriter::real(double v)
-{
-    out_.push_back('D');
-    put(v);
+    out_.push_back(static_cast<uint8_t>(code));
+    put(value, size);
     open_.back().propertyCount++;
 }
 
 void BinaryFbxWriter::string(std::string_view s)
 {
-    out_.push_back('S');
-    put(static_cast<uint32_t>(s.size()));
-    out_.insert(out_.end(), s.begin(), s.end());
-    open_.back().propertyCount++;
+    const uint32_t size = static_cast<uint32_t>(s.size());
+    scalar('S', &size, 4);
+    put(s.data(), s.size());
 }
 
-void BinaryFbxWriter::arrayOf(char code, const void* data, size_t count, size_t size, bool compress,
-                              int64_t declaredCount)
+void BinaryFbxWriter::array(char code, const void* data, size_t count, size_t size, bool compress,
+                            int64_t declaredCount)
 {
-    out_.push_back(static_cast<uint8_t>(code));
-    put(static_cast<uint32_t>(declaredCount >= 0 ? declaredCount : static_cast<int64_t>(count)));
-    put(static_cast<uint32_t>(compress ? 1 : 0));
     std::vector<uint8_t> payload(static_cast<const uint8_t*>(data),
                                  static_cast<const uint8_t*>(data) + count * size);
     if (compress)
@@ -174,28 +108,18 @@ void BinaryFbxWriter::arrayOf(char code, const void* data, size_t count, size_t 
         libdeflate_free_compressor(c);
         payload = std::move(packed);
     }
-    put(static_cast<uint32_t>(payload.size()));
-    out_.insert(out_.end(), payload.begin(), payload.end());
-    open_.back().propertyCount++;
-}
-
-void BinaryFbxWriter::doubles(const std::vector<double>& values, bool compress,
-                              int64_t declaredCount)
-{
-    arrayOf('d', values.data(), values.size(), 8, compress, declaredCount);
-}
-
-void BinaryFbxWriter::ints(const std::vector<int32_t>& values, bool compress, int64_t declaredCount)
-{
-    arrayOf('i', values.data(), values.size(), 4, compress, declaredCount);
+    const uint32_t header[3] = {uint32_t(declaredCount >= 0 ? declaredCount : int64_t(count)),
+                                compress ? 1u : 0u, uint32_t(payload.size())};
+    scalar(code, header, sizeof header);
+    put(payload.data(), payload.size());
 }
 
 std::vector<uint8_t> BinaryFbxWriter::finish()
 {
     while (!open_.empty())
         end();
-    out_.resize(out_.size() + (wide_ ? 25 : 13), 0); // the top-level list's null record
-    out_.resize(out_.size() + 160, 0);               // a footer stand-in: the reader ignores it
+    // The top-level list's null record, and zeros for a footer: the reader ignores it.
+    out_.resize(out_.size() + (wide_ ? 25 : 13) + 160, 0);
     return out_;
 }
 
@@ -208,8 +132,8 @@ template <class T> std::string joined(const std::vector<T>& v)
 {
     std::ostringstream s;
     s.precision(17);
-    for (size_t i = 0; i < v.size(); ++i)
-        s << (i ? "," : "") << v[i];
+    for (const T& x : v)
+        s << (&x == v.data() ? "" : ",") << x;
     return s.str();
 }
 
@@ -260,30 +184,6 @@ std::string asciiFile(const std::vector<AsciiMesh>& meshes)
            "}\n"
            "Connections:  {\n" +
            connections + "}\n";
-}
-
-// ---- StdoutSilencer
-
-StdoutSilencer::StdoutSilencer()
-{
-    std::fflush(stdout);
-    saved_ = dup(1);
-    int null = open("/dev/null", O_WRONLY);
-    if (null >= 0)
-    {
-        dup2(null, 1);
-        close(null);
-    }
-}
-
-StdoutSilencer::~StdoutSilencer()
-{
-    std::fflush(stdout);
-    if (saved_ >= 0)
-    {
-        dup2(saved_, 1);
-        close(saved_);
-    }
 }
 
 } // namespace fbxtest

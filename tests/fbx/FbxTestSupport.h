@@ -1,7 +1,7 @@
 #pragma once
 
 // Shared helpers of the FBX tests: the sample folder, files as bytes, a writer for small
-// binary FBX files, a hand-made ASCII mesh file, and a way to silence or capture stdout.
+// binary FBX files and a hand-made ASCII mesh file.
 
 #include <gtest/gtest.h>
 
@@ -19,29 +19,18 @@
 namespace fbxtest
 {
 
-// SplitMix64: a fixed seed gives the same cases on every machine.
-class Random
+inline std::string samplesDir()
 {
-public:
-    explicit Random(uint64_t seed) : s_(seed) {}
-    uint64_t next()
-    {
-        uint64_t z = (s_ += 0x9E3779B97F4A7C15ull);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        return z ^ (z >> 31);
-    }
-    size_t below(size_t n) { return static_cast<size_t>(next() % n); }
-
-private:
-    uint64_t s_;
-};
-
-std::string samplesDir();
-bool haveSamples();
-std::string samplePath(const std::string& name);
-// Every .fbx file of the sample folder, sorted by name.
-std::vector<std::string> sampleNames();
+    return BLOTCH_FBX_SAMPLES;
+}
+inline bool haveSamples()
+{
+    return std::filesystem::is_directory(samplesDir());
+}
+inline std::string samplePath(const std::string& name)
+{
+    return samplesDir() + "/" + name;
+}
 
 std::vector<uint8_t> readBytes(const std::string& path);
 void writeBytes(const std::string& path, std::span<const uint8_t> bytes);
@@ -64,35 +53,32 @@ public:
     explicit BinaryFbxWriter(uint32_t version = 7400);
     void begin(std::string_view name);
     void end();
-    void int32(int32_t v);
-    void int64(int64_t v);
-    void real(double v);
+    void int32(int32_t v) { scalar('I', &v, 4); }
+    void int64(int64_t v) { scalar('L', &v, 8); }
     void string(std::string_view s);
     // An array of doubles; zlib-compressed when `compress`. `declaredCount` overrides the
     // element count written in the header (to make lying files).
-    void doubles(const std::vector<double>& values, bool compress, int64_t declaredCount = -1);
-    void ints(const std::vector<int32_t>& values, bool compress, int64_t declaredCount = -1);
+    void doubles(const std::vector<double>& values, bool compress, int64_t declaredCount = -1)
+    {
+        array('d', values.data(), values.size(), 8, compress, declaredCount);
+    }
+    void ints(const std::vector<int32_t>& values, bool compress, int64_t declaredCount = -1)
+    {
+        array('i', values.data(), values.size(), 4, compress, declaredCount);
+    }
     std::vector<uint8_t> finish();
 
 private:
     struct Open
     {
-        size_t header;
-        size_t propertiesStart;
+        size_t header, properties, children = 0; // where they start; children 0: none yet
         uint64_t propertyCount = 0;
-        bool childrenStarted = false;
     };
-    void closeProperties(Open& r);
-    void putHeaderField(size_t at, uint64_t v);
-    void arrayOf(char code, const void* data, size_t count, size_t size, bool compress,
-                 int64_t declaredCount);
-    template <class T> void put(T v)
-    {
-        const auto* p = reinterpret_cast<const uint8_t*>(&v);
-        out_.insert(out_.end(), p, p + sizeof v);
-    }
+    void put(const void* data, size_t size);
+    void scalar(char code, const void* value, size_t size);
+    void array(char code, const void* data, size_t count, size_t size, bool compress,
+               int64_t declaredCount);
 
-    uint32_t version_;
     bool wide_;
     std::vector<uint8_t> out_;
     std::vector<Open> open_;
@@ -114,19 +100,6 @@ std::string asciiFile(const std::vector<AsciiMesh>& meshes);
 std::string layerElement(const std::string& kind, int index, const std::string& mapping,
                          const std::string& reference, const std::string& data);
 std::string layerOf(int layer, const std::vector<std::pair<std::string, int>>& elements);
-
-// Redirects stdout (file descriptor 1) to /dev/null while it lives.
-class StdoutSilencer
-{
-public:
-    StdoutSilencer();
-    ~StdoutSilencer();
-    StdoutSilencer(const StdoutSilencer&) = delete;
-    StdoutSilencer& operator=(const StdoutSilencer&) = delete;
-
-private:
-    int saved_ = -1;
-};
 
 } // namespace fbxtest
 
