@@ -119,7 +119,7 @@ TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
 {
     game.key("Return");
     ASSERT_TRUE(game.waitForMatch(START_SECONDS));
-    const std::string lit = waitForPicture("lit", isShaded, 2.0);
+    const std::string lit = waitForPicture("lit", isShaded, 2.4);
     EXPECT_FALSE(lit.empty()) << "no shaded picture in the first seconds of the match";
 
     // The import report, then the vertex count on a line of its own.

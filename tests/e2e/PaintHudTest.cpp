@@ -121,9 +121,13 @@ TEST_F(PaintHudTest, TheOverlayShowsTheNextColourTheFrameRateAndTheHelpRow)
     {
         game.click(1);
         game.waitExit(0.4);
-        const int now = paintOf(shot("disc").pixel(512, 740));
+        int now = -1;
+        for (int look = 0; look < 8 && now < 0; ++look)
+        {
+            now = paintOf(shot("disc").pixel(512, 740));
+        }
         EXPECT_GE(now, 0);
-        changed = now != first;
+        changed = now >= 0 && now != first;
     }
     EXPECT_TRUE(changed) << "the disc never changed colour over eight throws";
 
@@ -133,21 +137,29 @@ TEST_F(PaintHudTest, TheOverlayShowsTheNextColourTheFrameRateAndTheHelpRow)
     const Image plain = shot("hud");
     game.key("F1");
     ASSERT_TRUE(game.waitForError("Switching help...", 5.0));
-    game.waitExit(0.5);
-    const Image help = shot("help");
+    auto column = [&](const Image& picture, int x) {
+        return countDifferent(crop(plain, 512 + x - 40, 16, 512 + x + 40, 40),
+                              crop(picture, 512 + x - 40, 16, 512 + x + 40, 40), 64);
+    };
+    Image help = shot("help");
+    for (int look = 0; look < 20 && column(help, 450) <= 60; ++look)
+    {
+        game.waitExit(0.25);
+        help = shot("help");
+    }
     for (int x : {-280, -110, 30, 150, 300, 450}) // every column of the help row
     {
-        EXPECT_GT(countDifferent(crop(plain, 512 + x - 40, 16, 512 + x + 40, 40),
-                                 crop(help, 512 + x - 40, 16, 512 + x + 40, 40), 64),
-                  60)
-            << "column at " << x;
+        EXPECT_GT(column(help, x), 60) << "column at " << x;
     }
     game.key("F2");
     ASSERT_TRUE(game.waitForError("Switching framerate...", 5.0));
-    game.waitExit(0.5);
-    const Image noRate = shot("norate");
-    EXPECT_GT(countDifferent(crop(plain, 8, 14, 200, 54), crop(noRate, 8, 14, 200, 54), 64), 300)
-        << "the frame rate and game time did not go away";
+    int gone = 0;
+    for (int look = 0; look < 20 && gone <= 300; ++look)
+    {
+        game.waitExit(0.25);
+        gone = countDifferent(crop(plain, 8, 14, 200, 54), crop(shot("norate"), 8, 14, 200, 54), 64);
+    }
+    EXPECT_GT(gone, 300) << "the frame rate and game time did not go away";
     game.key("Escape");
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
@@ -180,22 +192,24 @@ TEST_F(PaintHudTest, LoadingIsShownWhileTheMatchIsBuilt)
     // The loading frame stays up while the level builds: look until it shows.
     game.key("Return");
     const Image before = crop(menu, 400, 560, 624, 612);
+    bool seen = false;
     int lettering = 0;
     double rest = 0.0;
-    for (int i = 0; i < 40 && lettering <= 800; ++i)
+    for (int i = 0; i < 40 && !seen && game.running(); ++i)
     {
         const Image loading = shot("loading");
-        ASSERT_FALSE(loading.empty());
+        if (loading.empty())
+        {
+            continue;
+        }
+        // The text is centred 200 below the middle: dark letters over the light menu picture,
+        // and the rest of the frame is still the menu.
         lettering = countDifferent(before, crop(loading, 400, 560, 624, 612), 64);
         rest = meanDifference(crop(menu, 0, 0, 1024, 500), crop(loading, 0, 0, 1024, 500));
-        if (rest > 3.0)
-        {
-            break; // the match is on screen already
-        }
+        seen = lettering > 800 && rest < 3.0;
     }
-    // The text is centred 200 below the middle: dark letters over the light menu picture.
-    EXPECT_GT(lettering, 800) << "no \"loading...\" on the loading frame";
-    EXPECT_LT(rest, 3.0) << "the rest of the loading frame should still be the menu";
+    EXPECT_TRUE(seen) << "no \"loading...\" over the menu; last look: " << lettering
+                      << " changed pixels where the text goes, " << rest << " mean difference elsewhere";
     game.key("Escape");
     EXPECT_EQ(game.waitExit(20.0), 0);
 }
