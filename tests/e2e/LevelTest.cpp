@@ -117,8 +117,7 @@ protected:
 
 TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
 {
-    game.key("Return");
-    ASSERT_TRUE(game.waitForMatch(START_SECONDS));
+    ASSERT_TRUE(game.startMatch(START_SECONDS));
     const std::string lit = waitForPicture("lit", isShaded, 2.4);
     EXPECT_FALSE(lit.empty()) << "no shaded picture in the first seconds of the match";
 
@@ -157,8 +156,7 @@ TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
 
 TEST_F(LevelTest, TheViewTurnsWithTheMouseAndWalksWithTheKeys)
 {
-    game.key("Return");
-    ASSERT_TRUE(game.waitForMatch(START_SECONDS));
+    ASSERT_TRUE(game.startMatch(START_SECONDS));
     ASSERT_FALSE(waitForPicture("lit", isShaded, 2.0).empty());
     ASSERT_FALSE(waitForPicture("start", isFlat, 6.0).empty());
     const Image start = worldView(loadImage(shot("start")));

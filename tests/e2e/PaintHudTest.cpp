@@ -74,8 +74,7 @@ protected:
 TEST_F(PaintHudTest, ThrownBallsLeaveSplatsInTheirColoursOnTheWhiteLevel)
 {
     start();
-    game.key("Return");
-    ASSERT_TRUE(game.waitForMatch(START_SECONDS));
+    ASSERT_TRUE(game.startMatch(START_SECONDS));
     game.waitExit(3.5); // past the lit start: only paint has colour now
     EXPECT_EQ(paintedPixels(worldView(shot("before"))), 0);
 
@@ -101,8 +100,7 @@ TEST_F(PaintHudTest, ThrownBallsLeaveSplatsInTheirColoursOnTheWhiteLevel)
 TEST_F(PaintHudTest, TheOverlayShowsTheNextColourTheFrameRateAndTheHelpRow)
 {
     start();
-    game.key("Return");
-    ASSERT_TRUE(game.waitForMatch(START_SECONDS));
+    ASSERT_TRUE(game.startMatch(START_SECONDS));
     game.waitExit(3.5);
 
     // The disc at the bottom centre shows the next ball's colour.

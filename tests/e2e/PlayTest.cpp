@@ -52,8 +52,7 @@ protected:
         ASSERT_TRUE(game.start());
         ASSERT_TRUE(game.waitForError("[SUCCESS] - Successfully started Main Loop", START_SECONDS));
         ASSERT_NE(game.window(), 0ul);
-        game.key("Return");
-        ASSERT_TRUE(game.waitForMatch(START_SECONDS));
+        ASSERT_TRUE(game.startMatch(START_SECONDS));
     }
 
     std::string shot(const std::string& name)

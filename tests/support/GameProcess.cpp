@@ -2,6 +2,7 @@
 
 #include <X11/Xlib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -200,6 +201,20 @@ bool GameProcess::waitForOutput(const std::string& text, double seconds)
     return waitForText(false, text, seconds);
 }
 
+bool GameProcess::startMatch(double seconds)
+{
+    const double end = now() + seconds;
+    while (now() < end && running())
+    {
+        key("Return");
+        if (waitForMatch(std::min(5.0, end - now())))
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool GameProcess::waitForMatch(double seconds)
 {
     static const std::regex countLine("\n[0-9]+\n");
@@ -229,7 +244,8 @@ unsigned long GameProcess::window(double seconds)
     while (now() < end && running())
     {
         const std::string found =
-            runCommand("xdotool search --onlyvisible --pid " + std::to_string(pid) + " 2>/dev/null");
+            runCommand("xdotool search --all --onlyvisible --pid " + std::to_string(pid) +
+                       " --name '^Blotch$' 2>/dev/null");
         if (!found.empty())
         {
             windowId = std::stoul(found);

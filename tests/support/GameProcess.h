@@ -33,6 +33,9 @@ public:
     // Waits until the captured standard error (or output) contains TEXT.
     bool waitForError(const std::string& text, double seconds);
     bool waitForOutput(const std::string& text, double seconds);
+    // Presses Return until a match has been built (a key sent before the window has settled can
+    // be lost), and waits for it like waitForMatch.
+    bool startMatch(double seconds);
     // Waits until a match has been built: the import's vertex count has been printed, and a
     // moment more for the first frames.
     bool waitForMatch(double seconds);
