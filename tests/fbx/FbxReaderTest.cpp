@@ -252,6 +252,7 @@ TEST(FbxReader, GeometricTransformsWithTemplateDefaults)
     EXPECT_NEAR(box2->geometricTranslation[0], 10.0, 1e-5);
     EXPECT_EQ(box2->geometricRotation, (std::array<double, 3>{0, 0, 0}));
     EXPECT_EQ(box2->geometricScaling, (std::array<double, 3>{1, 1, 1}));
+    EXPECT_NE(doc->findProperty(*box2->model, "GeometricScaling"), nullptr);
 }
 
 TEST(FbxReader, MissingNormalsAreAbsent)
@@ -294,8 +295,7 @@ TEST(FbxReader, MalformedFilesAreErrorsNamingTheRecord)
     };
     BinaryFbxWriter parent;
     parent.begin("Parent");
-    parent.begin("Child");
-    parent.int32(5);
+    parent.record("Child", int32_t(5));
     const std::vector<uint8_t> good = parent.finish();
     ASSERT_TRUE(Document::parse(good).ok());
     const size_t child = 27 + 13 + 6; // after the file header and the parent's header and name
@@ -321,6 +321,7 @@ TEST(FbxReader, MalformedFilesAreErrorsNamingTheRecord)
         {array(300, true, 299), "V at byte ", "does not inflate to 2392 bytes"},
         {array(3, true, 0xFFFFFFFF), "V at byte ", "cannot inflate to 34359738360 bytes"},
         {array(3, false, 4), "V at byte ", "needs 32 bytes but holds 24"},
+        {array(3, false, 2), "V at byte ", "needs 16 bytes but holds 24"},
         {array(100000, true, -1), "V at byte ", "memory budget", 500000},
         {childEnd(uint32_t(good.size())), "Parent/Child at byte 46", "lies outside"},
         {childEnd(uint32_t(child)), "Parent/Child at byte 46", "lies outside"},

@@ -249,46 +249,24 @@ TEST_F(FbxRobustness, MutationsOfAHandMadeMesh)
     // No samples needed: a binary mesh with compressed arrays (as the level has) and indexed
     // UVs, small enough for every byte to be mutated several times.
     BinaryFbxWriter w;
-    auto record = [&](const char* name, auto properties)
-    {
-        w.begin(name);
-        properties();
-        w.end();
-    };
     w.begin("Objects");
-    w.begin("Geometry");
-    w.int64(1);
-    w.string(std::string("g\0\1Geometry", 11));
-    w.string("Mesh");
-    record("Vertices", [&] { w.doubles({0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0}, true); });
-    record("PolygonVertexIndex", [&] { w.ints({0, 1, 2, -4}, true); });
-    record("LayerElementUV",
-           [&]
-           {
-               w.int32(0);
-               record("MappingInformationType", [&] { w.string("ByPolygonVertex"); });
-               record("ReferenceInformationType", [&] { w.string("IndexToDirect"); });
-               record("UV", [&] { w.doubles({0, 0, 1, 1}, true); });
-               record("UVIndex", [&] { w.ints({0, 1, 1, 0}, false); });
-           });
+    w.begin("Geometry", int64_t(1), std::string("g\0\1Geometry", 11), "Mesh");
+    w.record("Vertices", std::vector<double>{0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0});
+    w.record("PolygonVertexIndex", std::vector<int32_t>{0, 1, 2, -4});
+    w.begin("LayerElementUV", int32_t(0));
+    w.record("MappingInformationType", "ByPolygonVertex");
+    w.record("ReferenceInformationType", "IndexToDirect");
+    w.record("UV", std::vector<double>{0, 0, 1, 1});
+    w.begin("UVIndex");
+    w.ints({0, 1, 1, 0}, false);
     w.end();
-    record("Model",
-           [&]
-           {
-               w.int64(2);
-               w.string(std::string("m\0\1Model", 8));
-               w.string("Mesh");
-           });
+    w.end();
+    w.end();
+    w.record("Model", int64_t(2), std::string("m\0\1Model", 8), "Mesh");
     w.end();
     w.begin("Connections");
-    for (int64_t child : {2, 1})
-        record("C",
-               [&]
-               {
-                   w.string("OO");
-                   w.int64(child);
-                   w.int64(child == 2 ? 0 : 2);
-               });
+    w.record("C", "OO", int64_t(2), int64_t(0));
+    w.record("C", "OO", int64_t(1), int64_t(2));
     std::vector<uint8_t> file = w.finish();
     Result<Document> d = Document::parse(file);
     ASSERT_TRUE(d.ok()) << d.error().text();

@@ -56,7 +56,7 @@ void BinaryFbxWriter::put(const void* data, size_t size)
                 static_cast<const uint8_t*>(data) + size);
 }
 
-void BinaryFbxWriter::begin(std::string_view name)
+void BinaryFbxWriter::open(std::string_view name)
 {
     if (!open_.empty() && !open_.back().children)
         open_.back().children = out_.size();

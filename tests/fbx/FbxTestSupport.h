@@ -45,14 +45,26 @@ std::string tempPath(const std::string& name);
 std::optional<fbx::Document> loadSample(const std::string& name);
 
 // Writes a binary FBX file record by record:
-//   BinaryFbxWriter w(7400); w.begin("Objects"); w.begin("Geometry"); w.int64(1); ...
-//   w.end(); w.end(); std::vector<uint8_t> file = w.finish();
+//   BinaryFbxWriter w(7400); w.begin("Objects"); w.begin("Geometry", int64_t(1), "Mesh");
+//   w.record("Vertices", std::vector<double>{...}); w.end(); std::vector<uint8_t> f = w.finish();
+// Properties given to begin() and record() are 32- or 64-bit integers, strings, and arrays of
+// doubles or 32-bit integers, which these compress.
 class BinaryFbxWriter
 {
 public:
     explicit BinaryFbxWriter(uint32_t version = 7400);
-    void begin(std::string_view name);
+    template <class... P> void begin(std::string_view name, const P&... properties)
+    {
+        open(name);
+        (add(properties), ...);
+    }
     void end();
+    // A record without children.
+    template <class... P> void record(std::string_view name, const P&... properties)
+    {
+        begin(name, properties...);
+        end();
+    }
     void int32(int32_t v) { scalar('I', &v, 4); }
     void int64(int64_t v) { scalar('L', &v, 8); }
     void string(std::string_view s);
@@ -74,6 +86,12 @@ private:
         size_t header, properties, children = 0; // where they start; children 0: none yet
         uint64_t propertyCount = 0;
     };
+    void open(std::string_view name);
+    void add(int32_t v) { int32(v); }
+    void add(int64_t v) { int64(v); }
+    void add(std::string_view s) { string(s); }
+    void add(const std::vector<double>& v) { doubles(v, true); }
+    void add(const std::vector<int32_t>& v) { ints(v, true); }
     void put(const void* data, size_t size);
     void scalar(char code, const void* value, size_t size);
     void array(char code, const void* data, size_t count, size_t size, bool compress,
