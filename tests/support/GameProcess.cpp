@@ -85,6 +85,12 @@ GameProcess::GameProcess(Data data)
 GameProcess::~GameProcess()
 {
     kill();
+    // BLOTCH_E2E_KEEP=1 keeps the working directory (output, pictures) for a look afterwards.
+    if (std::getenv("BLOTCH_E2E_KEEP"))
+    {
+        std::fprintf(stderr, "kept %s\n", dir.c_str());
+        return;
+    }
     std::error_code ignored;
     fs::remove_all(dir, ignored);
 }
