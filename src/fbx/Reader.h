@@ -33,8 +33,8 @@ struct ParseOptions
     // Compressed arrays that inflate to at least parallelInflateBytes may be inflated after the
     // records are read, several at once: on up to inflateThreads threads (0: one per core,
     // at most 4; 1: never start a thread). Errors are the same as reading in file order.
-    // The game runs on one thread, so the default starts none; tools may ask for more.
-    uint32_t inflateThreads = 1;
+    // Only levels with arrays this large start threads; every smaller file reads on the caller's.
+    uint32_t inflateThreads = 0;
     uint64_t parallelInflateBytes = uint64_t(8) << 20;
 };
 
