@@ -55,6 +55,7 @@ Mat4 viewMatrix(const Camera& camera)
 
 void move(Camera& camera, float dt, float forward, float strafe, float mouseX, float mouseY)
 {
+    camera.previousView = viewMatrix(camera);
     if (forward != 0.0f)
     {
         const float a = camera.moveSpeed * dt * forward;

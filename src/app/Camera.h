@@ -13,6 +13,8 @@ struct Camera
     // Accumulated vertical look in unscaled pixels, kept within -1..1: the view only tilts a few
     // degrees above and below the level, which is the intended feel.
     float pitch = 0.0f;
+    // The view matrix as it was when the last move began, for the motion-blur pass.
+    Mat4 previousView = math::identity();
 
     Vec3 row(int i) const { return {rotation[i], rotation[3 + i], rotation[6 + i]}; }
     // The direction the camera looks in.

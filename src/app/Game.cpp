@@ -12,6 +12,7 @@
 #include "scene/FbxLoader.h"
 #include "scene/Frustum.h"
 #include "scene/Level.h"
+#include "scene/MotionBlur.h"
 #include "scene/SceneNode.h"
 #include "scene/SphereChain.h"
 #include "sound/SoundManager.h"
@@ -61,6 +62,7 @@ Game::~Game()
 {
     // The game's own programs first, then what a match built, then the menu.
     shaders.clear();
+    motionBlur.reset();
     player.reset();
     levelLoader.reset();
     hud.reset();
@@ -221,6 +223,7 @@ bool Game::loadMatch()
         player = std::make_unique<Player>();
     }
     hud = std::make_unique<Hud>(Vec3{-412.0f, 284.0f, 0.0f});
+    initMotionBlur();
 
     SDL_GetRelativeMouseState(nullptr, nullptr); // forget motion collected while loading
     matchStartTicks = static_cast<double>(SDL_GetTicks());
@@ -268,9 +271,19 @@ void Game::frame()
 {
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
     update();
-    render();
+    if (Settings::instance().getInt("gamestate") == 1 && Settings::instance().getBool("motionblur") &&
+        motionBlur && motionBlur->ready())
+    {
+        renderMotionBlurFrame();
+    }
+    else
+    {
+        render();
+    }
     SDL_GL_SwapWindow(display->window);
 }
+
+void Game::initMotionBlur() { motionBlur = std::make_unique<MotionBlur>(); }
 
 bool Game::handleEvents()
 {
@@ -510,21 +523,96 @@ void Game::renderPlaying()
             sceneRoot->draw(world);
         }
     }
-    if (Shader* flat = bindOwn("unicolor"))
-    {
-        if (player)
-        {
-            player->drawBalls(flat);
-        }
-        if (sphereChain)
-        {
-            sphereChain->draw(flat);
-        }
-    }
+    drawSpheres(bindOwn("unicolor"));
     glUseProgram(0);
 
     glDisable(GL_DEPTH_TEST);
     glDepthMask(GL_FALSE);
+    if (hud)
+    {
+        hud->draw();
+    }
+    glDepthMask(GL_TRUE);
+    glEnable(GL_DEPTH_TEST);
+}
+
+void Game::drawSpheres(Shader* shader)
+{
+    if (!shader)
+    {
+        return;
+    }
+    if (player)
+    {
+        player->drawBalls(shader);
+    }
+    if (sphereChain)
+    {
+        sphereChain->draw(shader);
+    }
+}
+
+void Game::renderMotionBlurFrame()
+{
+    const bool wireframe = Settings::instance().getBool("wireframe");
+    Mat4 previousView = view;
+    if (player)
+    {
+        view = viewMatrix(player->camera());
+        previousView = player->camera().previousView;
+    }
+    ShaderManager::instance().setMatrices(view, perspective, screenOrtho());
+
+    // Where each pixel of the world moved since the last frame.
+    if (!motionBlur->attach("motionblur1", true))
+    {
+        glUseProgram(0);
+        return;
+    }
+    glPolygonMode(GL_FRONT_AND_BACK, wireframe ? GL_LINE : GL_FILL);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    if (Shader* motion = bindOwn("mbpreprocess"))
+    {
+        motion->setMatrix("preview", previousView);
+        glDrawBuffer(GL_COLOR_ATTACHMENT0);
+        if (sceneRoot)
+        {
+            sceneRoot->draw(motion);
+        }
+    }
+
+    // The colours, flat, with the paint and the spheres.
+    motionBlur->attach("motionblur2", false);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
+    if (Shader* flat = bindOwn("unicolor"))
+    {
+        glDrawBuffer(GL_COLOR_ATTACHMENT0);
+        glActiveTexture(GL_TEXTURE0);
+        if (sceneRoot)
+        {
+            sceneRoot->draw(flat);
+        }
+    }
+    // Drawing the paint switches programs, so "unicolor" is bound again.
+    drawSpheres(bindOwn("unicolor"));
+    glUseProgram(0);
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    glDrawBuffer(GL_BACK);
+
+    // Both blended into the window: the quad is always filled.
+    glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
+    if (Shader* composite = bindOwn("mbpostprocess"))
+    {
+        motionBlur->composite(composite);
+    }
+    glUseProgram(0);
+    glBindTexture(GL_TEXTURE_2D, 0);
+    glActiveTexture(GL_TEXTURE0);
+
+    glDisable(GL_DEPTH_TEST);
+    glDepthMask(GL_FALSE);
+    glPolygonMode(GL_FRONT_AND_BACK, wireframe ? GL_LINE : GL_FILL);
     if (hud)
     {
         hud->draw();

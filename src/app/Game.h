@@ -12,6 +12,7 @@ class FbxLoader;
 class Hud;
 class Level;
 class Menu;
+class MotionBlur;
 class Player;
 class SceneNode;
 class Shader;
@@ -58,6 +59,10 @@ public:
     void update();
     // Draws the current state into the back buffer.
     void render();
+    // The playing frame through the motion-blur targets: screen motion, colours, then the two
+    // blended into the window with the overlay on top. After a framebuffer failure it draws
+    // nothing that frame, and later frames are drawn the ordinary way.
+    void renderMotionBlurFrame();
     // One whole frame as the loop runs it: clear, update, render, swap.
     void frame();
 
@@ -70,6 +75,7 @@ public:
     Hud* getHud() const { return hud.get(); }
     Level* getLevel() const { return level; }
     const Vec4& getAmbientColor() const { return ambientColor; }
+    MotionBlur* getMotionBlur() const { return motionBlur.get(); }
 
 private:
     // What a key press does, whatever the state.
@@ -78,6 +84,10 @@ private:
     void showLoadingFrame();
     void renderPlaying();
     void loadOwnShaders();
+    // Builds the motion-blur render targets.
+    void initMotionBlur();
+    // The balls and the marker chain, drawn flat with SHADER.
+    void drawSpheres(Shader* shader);
     // Imports the level file and builds the level into the scene; false with REASON when the
     // file gave nothing to walk on.
     bool buildLevel(std::string& reason);
@@ -99,6 +109,7 @@ private:
     std::unique_ptr<Menu> menu;
     std::unique_ptr<SceneNode> sceneRoot;
     std::unique_ptr<SphereChain> sphereChain; // marks a spot in the level
+    std::unique_ptr<MotionBlur> motionBlur;
     Level* level = nullptr;                   // owned by sceneRoot
     bool firstPlayingFrame = true;            // the first frame only levels the view
     uint32_t mouseButtons = 0;                // held buttons, from the press and release events

@@ -24,9 +24,15 @@ TEST(Camera, OnePixelOfMouseTurnsTheViewBy0_0609Radians)
     EXPECT_GT(after.x, 0.0f); // the mouse going right turns the view right
     EXPECT_NEAR(after.y, 0.0f, 1e-6f);
 
-    // Turning back by the same motion ends where it started.
+    // Turning back by the same motion ends where it started; each move keeps the view it
+    // started from, for the motion blur.
+    const Mat4 turned = viewMatrix(camera);
     move(camera, 0.016f, 0, 0, -1.0f, 0.0f);
     EXPECT_NEAR(angleBetween(before, camera.viewDirection()), 0.0f, 1e-3f);
+    for (int i = 0; i < 16; ++i)
+    {
+        EXPECT_FLOAT_EQ(camera.previousView.m[i], turned.m[i]) << i;
+    }
 }
 
 TEST(Camera, VerticalLookStopsAtPlusMinusOneAndComesBackAtOnce)

@@ -37,6 +37,7 @@ struct Tones
     double white = 0; // share of pixels brighter than 250
     double black = 0; // share darker than 5
     int greys = 0;    // distinct grey levels in between
+    int greyPixels = 0; // pixels in between
 };
 
 Tones tones(const Image& image)
@@ -61,6 +62,7 @@ Tones tones(const Image& image)
             else
             {
                 greys.insert(v);
+                ++t.greyPixels;
             }
         }
     }
@@ -104,7 +106,8 @@ protected:
                 return path;
             }
             last = "white " + std::to_string(t.white) + " black " + std::to_string(t.black) +
-                   " greys " + std::to_string(t.greys);
+                   " greys " + std::to_string(t.greys) + " in " + std::to_string(t.greyPixels) +
+                   " pixels";
             game.waitExit(0.2);
         }
         return "";
@@ -149,6 +152,21 @@ TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
     game.waitExit(0.5);
     const Image withoutBuffers = worldView(loadImage(waitForPicture("novbo", isFlat, 5.0)));
     EXPECT_LT(countDifferent(withoutBuffers, worldView(loadImage(flat)), 16), 1024 * 768 / 200);
+
+    // Motion blur: standing still, the same picture; strafing, the edges smear into greys.
+    game.key("F7");
+    ASSERT_TRUE(game.waitForError("Switching motionblur...", 5.0));
+    game.waitExit(0.5);
+    const Image still = worldView(loadImage(waitForPicture("blurstill", isFlat, 5.0)));
+    EXPECT_LT(countDifferent(still, worldView(loadImage(flat)), 16), 1024 * 768 / 200);
+    const int stillGreys = tones(still).greyPixels;
+    runCommand("xdotool keydown d");
+    game.waitExit(0.4);
+    const std::string smeared = waitForPicture("smeared", [&](const Tones& t) { return t.greyPixels > stillGreys + 1500; }, 3.0);
+    runCommand("xdotool keyup d");
+    EXPECT_FALSE(smeared.empty()) << "no smeared edges while strafing with motion blur (" << stillGreys
+                                  << " grey pixels standing): " << last;
+    EXPECT_EQ(game.outputText().find("error with framebuffer"), std::string::npos);
 
     game.key("Escape");
     EXPECT_EQ(game.waitExit(10.0), 0);
