@@ -1,7 +1,8 @@
 // Frame time of the playing state on the shipped level with 0, 500 and 2,000 paint splats, from
 // the start position (the splats lie all over the level; those out of view are culled). Runs the
 // real game in a window: needs an X display. Prints the median and 90th percentile per frame, and
-// the same with frustum culling off, to show where the time goes.
+// the same with frustum culling off, to show where the time goes, and last the frame with
+// motion blur on.
 #include "app/Game.h"
 #include "app/Settings.h"
 #include "scene/Level.h"
@@ -99,5 +100,11 @@ int main()
                     culled.p90, all.median, all.p90);
         std::fflush(stdout);
     }
+    // The same view through the motion-blur passes (culling on, all the decals above).
+    Settings::instance().toggle("motionblur");
+    const Timing blurred = timeFrames(game);
+    Settings::instance().toggle("motionblur");
+    std::printf("motion blur on, %zu decals: %.2f / %.2f ms\n", game.getLevel()->decalCount(),
+                blurred.median, blurred.p90);
     return 0;
 }
