@@ -1,6 +1,7 @@
 #include "app/Menu.h"
 
 #include "app/Settings.h"
+#include "render/GlBuffer.h"
 #include "render/Shader.h"
 #include "render/ShaderManager.h"
 #include "render/TextureManager.h"
@@ -15,15 +16,9 @@ Menu::Menu()
     startTexture = textures.get("menu01");
     endTexture = textures.get("menu02");
 
-    glGenBuffers(1, &vertexBuffer);
-    glBindBuffer(GL_ARRAY_BUFFER, vertexBuffer);
-    glBufferData(GL_ARRAY_BUFFER, sizeof(VERTICES), VERTICES, GL_STATIC_DRAW);
-    glGenBuffers(1, &indexBuffer);
-    glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, indexBuffer);
-    glBufferData(GL_ELEMENT_ARRAY_BUFFER, sizeof(INDICES), INDICES, GL_STATIC_DRAW);
-    glGenBuffers(1, &texCoordBuffer);
-    glBindBuffer(GL_ARRAY_BUFFER, texCoordBuffer);
-    glBufferData(GL_ARRAY_BUFFER, sizeof(TEXCOORDS), TEXCOORDS, GL_STATIC_DRAW);
+    vertexBuffer = createStaticBuffer(GL_ARRAY_BUFFER, VERTICES, sizeof(VERTICES));
+    indexBuffer = createStaticBuffer(GL_ELEMENT_ARRAY_BUFFER, INDICES, sizeof(INDICES));
+    texCoordBuffer = createStaticBuffer(GL_ARRAY_BUFFER, TEXCOORDS, sizeof(TEXCOORDS));
     glBindBuffer(GL_ARRAY_BUFFER, 0);
     glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
 }

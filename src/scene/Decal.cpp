@@ -1,6 +1,7 @@
 #include "scene/Decal.h"
 
 #include "app/Settings.h"
+#include "render/GlBuffer.h"
 #include "render/Shader.h"
 #include "render/ShaderManager.h"
 #include "render/TextureManager.h"
@@ -36,14 +37,8 @@ Decal::Decal(const std::list<DecalPolygon>& polygons, std::unique_ptr<Bounds> bo
             uvs[i * 2] = polygon[i].u;
             uvs[i * 2 + 1] = polygon[i].v;
         }
-        GLuint buffers[2];
-        glGenBuffers(2, buffers);
-        glBindBuffer(GL_ARRAY_BUFFER, buffers[0]);
-        glBufferData(GL_ARRAY_BUFFER, n * 16, positions.get(), GL_STATIC_DRAW);
-        glBindBuffer(GL_ARRAY_BUFFER, buffers[1]);
-        glBufferData(GL_ARRAY_BUFFER, n * 8, uvs.get(), GL_STATIC_DRAW);
-        vertexBuffers.push_back(buffers[0]);
-        texcoordBuffers.push_back(buffers[1]);
+        vertexBuffers.push_back(createStaticBuffer(GL_ARRAY_BUFFER, positions.get(), size_t(n) * 16));
+        texcoordBuffers.push_back(createStaticBuffer(GL_ARRAY_BUFFER, uvs.get(), size_t(n) * 8));
         vertexArrays.push_back(std::move(positions));
         texcoordArrays.push_back(std::move(uvs));
         vertexCounts.push_back(n);

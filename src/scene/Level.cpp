@@ -3,6 +3,7 @@
 #include "app/Settings.h"
 #include "physics/LevelCollision.h"
 #include "physics/TriangleTree.h"
+#include "render/GlBuffer.h"
 #include "scene/Decal.h"
 #include "render/Shader.h"
 
@@ -51,16 +52,10 @@ void Level::initBuffers()
 {
     model = math::scale(1.0f);
     prevModel = math::scale(1.0f);
-    const auto count = static_cast<GLsizeiptr>(vertexCount);
-    glGenBuffers(1, &vertexBuffer);
-    glBindBuffer(GL_ARRAY_BUFFER, vertexBuffer);
-    glBufferData(GL_ARRAY_BUFFER, count * 16, vertices.get(), GL_STATIC_DRAW);
-    glGenBuffers(1, &normalBuffer);
-    glBindBuffer(GL_ARRAY_BUFFER, normalBuffer);
-    glBufferData(GL_ARRAY_BUFFER, count * 12, normals.get(), GL_STATIC_DRAW);
-    glGenBuffers(1, &uvBuffer);
-    glBindBuffer(GL_ARRAY_BUFFER, uvBuffer);
-    glBufferData(GL_ARRAY_BUFFER, count * 8, uvs.get(), GL_STATIC_DRAW);
+    const size_t count = vertexCount > 0 ? static_cast<size_t>(vertexCount) : 0;
+    vertexBuffer = createStaticBuffer(GL_ARRAY_BUFFER, vertices.get(), count * 16);
+    normalBuffer = createStaticBuffer(GL_ARRAY_BUFFER, normals.get(), count * 12);
+    uvBuffer = createStaticBuffer(GL_ARRAY_BUFFER, uvs.get(), count * 8);
     glBindBuffer(GL_ARRAY_BUFFER, 0);
 }
 

@@ -1,5 +1,6 @@
 #include "scene/MotionBlur.h"
 
+#include "render/GlBuffer.h"
 #include "render/Shader.h"
 #include "render/TextureManager.h"
 
@@ -75,12 +76,8 @@ MotionBlur::MotionBlur()
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
 
     // The quad never changes, so its buffers are filled once.
-    glGenBuffers(1, &quadVertices);
-    glBindBuffer(GL_ARRAY_BUFFER, quadVertices);
-    glBufferData(GL_ARRAY_BUFFER, sizeof(QUAD_VERTICES), QUAD_VERTICES, GL_STATIC_DRAW);
-    glGenBuffers(1, &quadCoordinates);
-    glBindBuffer(GL_ARRAY_BUFFER, quadCoordinates);
-    glBufferData(GL_ARRAY_BUFFER, sizeof(QUAD_COORDINATES), QUAD_COORDINATES, GL_STATIC_DRAW);
+    quadVertices = createStaticBuffer(GL_ARRAY_BUFFER, QUAD_VERTICES, sizeof(QUAD_VERTICES));
+    quadCoordinates = createStaticBuffer(GL_ARRAY_BUFFER, QUAD_COORDINATES, sizeof(QUAD_COORDINATES));
     glBindBuffer(GL_ARRAY_BUFFER, 0);
 }
 

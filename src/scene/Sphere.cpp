@@ -1,6 +1,7 @@
 #include "scene/Sphere.h"
 
 #include "app/Settings.h"
+#include "render/GlBuffer.h"
 #include "render/Shader.h"
 
 #include <GL/glew.h>
@@ -64,13 +65,9 @@ SphereMesh::SphereMesh(float radius)
         triangle(lastRing + j, southPole, lastRing + 1 + j);
     }
 
-    glGenBuffers(1, &vertexBuffer);
-    glBindBuffer(GL_ARRAY_BUFFER, vertexBuffer);
-    glBufferData(GL_ARRAY_BUFFER, VERTEX_COUNT * 4 * sizeof(float), vertices.get(), GL_STATIC_DRAW);
-    glGenBuffers(1, &indexBuffer);
-    glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, indexBuffer);
-    glBufferData(GL_ELEMENT_ARRAY_BUFFER, INDEX_COUNT * sizeof(uint32_t), indices.get(),
-                 GL_STATIC_DRAW);
+    vertexBuffer = createStaticBuffer(GL_ARRAY_BUFFER, vertices.get(), VERTEX_COUNT * 4 * sizeof(float));
+    indexBuffer =
+        createStaticBuffer(GL_ELEMENT_ARRAY_BUFFER, indices.get(), INDEX_COUNT * sizeof(uint32_t));
     glBindBuffer(GL_ARRAY_BUFFER, 0);
     glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
 }
