@@ -7,6 +7,11 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
 #include <thread>
 
 namespace
@@ -119,4 +124,63 @@ TEST_F(SoundManagerTest, MissingFilesReportAndTheGameGoesOn)
     sound.playMusic();
     sound.playSplash();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "FMOD error! (-1)FMOD error! (-1)");
+}
+
+TEST_F(SoundManagerTest, DamagedFilesAreRefusedOrPlayedNeverCrashOrHang)
+{
+    const std::string names[] = {"Serendipity.mp3", "shot1.mp3", "shot2.mp3", "splash.mp3"};
+    std::string originals[4];
+    for (int i = 0; i < 4; ++i)
+    {
+        std::ifstream in(std::string(BLOTCH_SOURCE_DIR) + "/data/sound/" + names[i], std::ios::binary);
+        originals[i].assign(std::istreambuf_iterator<char>(in), {});
+        ASSERT_GT(originals[i].size(), 1000u) << names[i];
+    }
+    // Each way of damaging a file, applied to all four at once.
+    const std::function<std::string(const std::string&)> damages[] = {
+        [](const std::string& s) { return s.substr(0, 0); },
+        [](const std::string& s) { return s.substr(0, 200); },
+        [](const std::string& s) { return s.substr(0, s.size() / 2); },
+        [](const std::string& s)
+        {
+            std::string d = s;
+            for (size_t i = 0; i < d.size(); i += 61)
+                d[i] = static_cast<char>(d[i] ^ 0xa5);
+            return d;
+        },
+        [](const std::string& s)
+        {
+            std::string d = s;
+            for (size_t i = 4; i < d.size(); i += 7)
+                d[i] = static_cast<char>(i * 131);
+            return d;
+        },
+        [](const std::string& s) { return s.substr(0, 4) + std::string(20000, '\xff'); },
+    };
+    for (size_t k = 0; k < std::size(damages); ++k)
+    {
+        SCOPED_TRACE("damage " + std::to_string(k));
+        ScratchDirectory scratch(false);
+        std::filesystem::create_directories("data/sound");
+        for (int i = 0; i < 4; ++i)
+        {
+            std::ofstream("data/sound/" + names[i], std::ios::binary) << damages[k](originals[i]);
+        }
+        SoundManager& sound = start("dummy");
+        testing::internal::CaptureStdout();
+        sound.playMusic();
+        sound.playShot();
+        sound.playShot();
+        sound.playSplash();
+        // Let the mixer's thread decode and play for a while.
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        const std::string out = testing::internal::GetCapturedStdout();
+        if (k == 0)
+        {
+            // Empty files cannot be loaded: reported like missing ones.
+            EXPECT_EQ(startup, "FMOD error! (-1)FMOD error! (-1)FMOD error! (-1)FMOD error! (-1)");
+            EXPECT_EQ(out, startup); // each of the four plays reports too
+        }
+        SoundManager::destroy();
+    }
 }
