@@ -37,6 +37,7 @@ status=0
 cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DBLOTCH_SANITIZE=ON -DBLOTCH_BENCH=OFF
 cmake --build build-asan -j"$jobs" --target blotch_fbx_tests blotch_unit_tests blotch_gl_tests
 (cd build-asan && ctest --output-on-failure -j"$jobs" -L fbx) || status=1
-(cd build-asan && ASAN_OPTIONS=detect_leaks=0 ctest --output-on-failure -j"$jobs" -LE 'fbx|e2e') ||
-    status=1
+# (The end-to-end program is not built here; ctest lists it as blotch_e2e_tests_NOT_BUILT.)
+(cd build-asan && ASAN_OPTIONS=detect_leaks=0 ctest --output-on-failure -j"$jobs" -LE 'fbx|e2e' \
+    -E '_NOT_BUILT$') || status=1
 exit $status
