@@ -33,18 +33,27 @@ const char* framebufferStatusText(unsigned int status)
 {
     switch (status)
     {
-    case GL_FRAMEBUFFER_UNDEFINED: return "error with GL_FRAMEBUFFER_UNDEFINED";
-    case GL_FRAMEBUFFER_INCOMPLETE_ATTACHMENT: return "error with GL_FRAMEBUFFER_INCOMPLETE_ATTACHMENT";
+    case GL_FRAMEBUFFER_UNDEFINED:
+        return "error with GL_FRAMEBUFFER_UNDEFINED";
+    case GL_FRAMEBUFFER_INCOMPLETE_ATTACHMENT:
+        return "error with GL_FRAMEBUFFER_INCOMPLETE_ATTACHMENT";
     case GL_FRAMEBUFFER_INCOMPLETE_MISSING_ATTACHMENT:
         return "error with FRAMEBUFFER_INCOMPLETE_MISSING_ATTACHMENT";
-    case GL_FRAMEBUFFER_INCOMPLETE_DRAW_BUFFER: return "error with FRAMEBUFFER_INCOMPLETE_DRAW_BUFFER";
-    case GL_FRAMEBUFFER_INCOMPLETE_READ_BUFFER: return "error with FRAMEBUFFER_INCOMPLETE_READ_BUFFER";
-    case GL_FRAMEBUFFER_UNSUPPORTED: return "error with FRAMEBUFFER_UNSUPPORTED";
-    default: return nullptr;
+    case GL_FRAMEBUFFER_INCOMPLETE_DRAW_BUFFER:
+        return "error with FRAMEBUFFER_INCOMPLETE_DRAW_BUFFER";
+    case GL_FRAMEBUFFER_INCOMPLETE_READ_BUFFER:
+        return "error with FRAMEBUFFER_INCOMPLETE_READ_BUFFER";
+    case GL_FRAMEBUFFER_UNSUPPORTED:
+        return "error with FRAMEBUFFER_UNSUPPORTED";
+    default:
+        return nullptr;
     }
 }
 
-Mat4 MotionBlur::quadOrtho() { return math::orthographic(-1.0f, 1.0f, -1.0f, 1.0f, -1000.0f, 1000.0f); }
+Mat4 MotionBlur::quadOrtho()
+{
+    return math::orthographic(-1.0f, 1.0f, -1.0f, 1.0f, -1000.0f, 1000.0f);
+}
 
 MotionBlur::MotionBlur()
 {
@@ -64,7 +73,8 @@ MotionBlur::MotionBlur()
     glGenRenderbuffers(1, &depthRenderbuffer);
     glBindRenderbuffer(GL_RENDERBUFFER, depthRenderbuffer);
     glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT24, WIDTH, HEIGHT);
-    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, depthRenderbuffer);
+    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER,
+                              depthRenderbuffer);
     glBindRenderbuffer(GL_RENDERBUFFER, 0);
 
     TextureManager& textures = TextureManager::instance();
@@ -77,7 +87,8 @@ MotionBlur::MotionBlur()
 
     // The quad never changes, so its buffers are filled once.
     quadVertices = createStaticBuffer(GL_ARRAY_BUFFER, QUAD_VERTICES, sizeof(QUAD_VERTICES));
-    quadCoordinates = createStaticBuffer(GL_ARRAY_BUFFER, QUAD_COORDINATES, sizeof(QUAD_COORDINATES));
+    quadCoordinates =
+        createStaticBuffer(GL_ARRAY_BUFFER, QUAD_COORDINATES, sizeof(QUAD_COORDINATES));
     glBindBuffer(GL_ARRAY_BUFFER, 0);
 }
 

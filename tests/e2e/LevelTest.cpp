@@ -13,7 +13,6 @@
 
 namespace
 {
-const double START_SECONDS = 30.0;
 
 int levelTriangles()
 {
@@ -34,9 +33,9 @@ int levelTriangles()
 
 struct Tones
 {
-    double white = 0; // share of pixels brighter than 250
-    double black = 0; // share darker than 5
-    int greys = 0;    // distinct grey levels in between
+    double white = 0;   // share of pixels brighter than 250
+    double black = 0;   // share darker than 5
+    int greys = 0;      // distinct grey levels in between
     int greyPixels = 0; // pixels in between
 };
 
@@ -70,8 +69,14 @@ Tones tones(const Image& image)
     return t;
 }
 
-bool isShaded(const Tones& t) { return t.greys > 40 && t.white < 0.9; }
-bool isFlat(const Tones& t) { return t.greys < 8 && t.white > 0.3 && t.white + t.black > 0.97; }
+bool isShaded(const Tones& t)
+{
+    return t.greys > 40 && t.white < 0.9;
+}
+bool isFlat(const Tones& t)
+{
+    return t.greys < 8 && t.white > 0.3 && t.white + t.black > 0.97;
+}
 
 class LevelTest : public ::testing::Test
 {
@@ -82,9 +87,7 @@ protected:
         {
             GTEST_SKIP() << "no X display";
         }
-        ASSERT_TRUE(game.start());
-        ASSERT_TRUE(game.waitForError("[SUCCESS] - Successfully started Main Loop", START_SECONDS));
-        ASSERT_NE(game.window(), 0ul);
+        ASSERT_TRUE(game.launch()) << game.errorText();
     }
 
     std::string shot(const std::string& name)
@@ -95,7 +98,8 @@ protected:
     }
 
     // Takes pictures until one satisfies WANTED; returns its path, or "" after SECONDS.
-    template <typename Wanted> std::string waitForPicture(const std::string& name, Wanted wanted, double seconds)
+    template <typename Wanted>
+    std::string waitForPicture(const std::string& name, Wanted wanted, double seconds)
     {
         for (double waited = 0; waited < seconds; waited += 0.2)
         {
@@ -120,15 +124,15 @@ protected:
 
 TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
 {
-    ASSERT_TRUE(game.startMatch(START_SECONDS));
+    ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS));
     const std::string lit = waitForPicture("lit", isShaded, 2.4);
     EXPECT_FALSE(lit.empty()) << "no shaded picture in the first seconds of the match";
 
     // The import report, then the vertex count on a line of its own.
     const std::string out = game.outputText();
-    for (const char* line : {"-------FBX Loader-------------", "-------loading the scene",
-                             "Reading File succeeded", "File Format recognized",
-                             "Importing File succeeded", "Node is a Mesh", "Mesh Name: "})
+    for (const char* line :
+         {"-------FBX Loader-------------", "-------loading the scene", "Reading File succeeded",
+          "File Format recognized", "Importing File succeeded", "Node is a Mesh", "Mesh Name: "})
     {
         EXPECT_NE(out.find(line), std::string::npos) << line;
     }
@@ -142,7 +146,8 @@ TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
     const Tones flatTones = tones(worldView(loadImage(flat)));
 
     game.key("F3"); // wireframe: lines on black
-    const std::string lines = waitForPicture("lines", [&](const Tones& t) { return t.white < flatTones.white * 0.6; }, 5.0);
+    const std::string lines = waitForPicture(
+        "lines", [&](const Tones& t) { return t.white < flatTones.white * 0.6; }, 5.0);
     EXPECT_FALSE(lines.empty());
     game.key("F3");
     ASSERT_FALSE(waitForPicture("filled", isFlat, 5.0).empty()) << "wireframe did not switch off";
@@ -162,10 +167,11 @@ TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
     const int stillGreys = tones(still).greyPixels;
     runCommand("xdotool keydown d");
     game.waitExit(0.4);
-    const std::string smeared = waitForPicture("smeared", [&](const Tones& t) { return t.greyPixels > stillGreys + 1500; }, 3.0);
+    const std::string smeared = waitForPicture(
+        "smeared", [&](const Tones& t) { return t.greyPixels > stillGreys + 1500; }, 3.0);
     runCommand("xdotool keyup d");
-    EXPECT_FALSE(smeared.empty()) << "no smeared edges while strafing with motion blur (" << stillGreys
-                                  << " grey pixels standing): " << last;
+    EXPECT_FALSE(smeared.empty()) << "no smeared edges while strafing with motion blur ("
+                                  << stillGreys << " grey pixels standing): " << last;
     EXPECT_EQ(game.outputText().find("error with framebuffer"), std::string::npos);
 
     game.key("Escape");
@@ -174,7 +180,7 @@ TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
 
 TEST_F(LevelTest, TheViewTurnsWithTheMouseAndWalksWithTheKeys)
 {
-    ASSERT_TRUE(game.startMatch(START_SECONDS));
+    ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS));
     ASSERT_FALSE(waitForPicture("lit", isShaded, 2.0).empty());
     ASSERT_FALSE(waitForPicture("start", isFlat, 6.0).empty());
     const Image start = worldView(loadImage(shot("start")));
@@ -182,7 +188,8 @@ TEST_F(LevelTest, TheViewTurnsWithTheMouseAndWalksWithTheKeys)
     game.mouseMoveRelative(25, 0);
     game.waitExit(0.5);
     const Image turned = worldView(loadImage(shot("turned")));
-    EXPECT_GT(countDifferent(start, turned, 16), 1024 * 768 / 50) << "the mouse did not turn the view";
+    EXPECT_GT(countDifferent(start, turned, 16), 1024 * 768 / 50)
+        << "the mouse did not turn the view";
 
     // R levels the view and faces the start direction again. It acts while held, so hold it for
     // a few frames.

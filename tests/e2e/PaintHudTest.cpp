@@ -10,7 +10,6 @@
 
 namespace
 {
-const double START_SECONDS = 30.0;
 const float PAINT[4][3] = {{1.0f, 0.617f, 0.0f}, {0.604f, 1.0f, 0.0f}, {0.988f, 0.0f, 1.0f}, {0.0f, 0.918f, 1.0f}};
 
 // Which paint colour a pixel shows, or -1.
@@ -55,9 +54,7 @@ protected:
 
     void start()
     {
-        ASSERT_TRUE(game.start());
-        ASSERT_TRUE(game.waitForError("[SUCCESS] - Successfully started Main Loop", START_SECONDS));
-        ASSERT_NE(game.window(), 0ul);
+        ASSERT_TRUE(game.launch()) << game.errorText();
     }
 
     Image shot(const std::string& name)
@@ -74,7 +71,7 @@ protected:
 TEST_F(PaintHudTest, ThrownBallsLeaveSplatsInTheirColoursOnTheWhiteLevel)
 {
     start();
-    ASSERT_TRUE(game.startMatch(START_SECONDS));
+    ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS));
     game.waitExit(3.5); // past the lit start: only paint has colour now
     EXPECT_EQ(paintedPixels(worldView(shot("before"))), 0);
 
@@ -100,7 +97,7 @@ TEST_F(PaintHudTest, ThrownBallsLeaveSplatsInTheirColoursOnTheWhiteLevel)
 TEST_F(PaintHudTest, TheOverlayShowsTheNextColourTheFrameRateAndTheHelpRow)
 {
     start();
-    ASSERT_TRUE(game.startMatch(START_SECONDS));
+    ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS));
     game.waitExit(3.5);
 
     // The disc at the bottom centre shows the next ball's colour.

@@ -10,7 +10,6 @@
 
 namespace
 {
-const double START_SECONDS = 30.0;
 
 // A 10 x 20 m floor at y = 3 around the start (2, 3): its far edge is 10 m ahead.
 std::string smallFloor()
@@ -49,10 +48,8 @@ protected:
 
     void startMatch()
     {
-        ASSERT_TRUE(game.start());
-        ASSERT_TRUE(game.waitForError("[SUCCESS] - Successfully started Main Loop", START_SECONDS));
-        ASSERT_NE(game.window(), 0ul);
-        ASSERT_TRUE(game.startMatch(START_SECONDS));
+        ASSERT_TRUE(game.launch()) << game.errorText();
+        ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS));
     }
 
     std::string shot(const std::string& name)

@@ -8,7 +8,6 @@
 
 namespace
 {
-const double START_SECONDS = 30.0; // software GL under a loaded CI machine can be slow
 const char* const STARTED = "[SUCCESS] - Successfully started Main Loop\n";
 const char* const FAILED = "Could not initialize Blotch - MAJOR PROBLEM";
 
@@ -21,9 +20,9 @@ std::string shotPath(const GameProcess& game, const std::string& name)
 // bottom screen edges, so the picture is stretched to 772 rows and its middle 768 are visible.
 Image expectedMenu(const std::string& picture)
 {
-    const Image stretched = resized(loadImage(std::string(BLOTCH_SOURCE_DIR) + "/data/textures/" +
-                                              picture + ".png"),
-                                    1024, 772);
+    const Image stretched =
+        resized(loadImage(std::string(BLOTCH_SOURCE_DIR) + "/data/textures/" + picture + ".png"),
+                1024, 772);
     Image visible;
     visible.width = 1024;
     visible.height = 768;
@@ -51,7 +50,10 @@ bool waitForPicture(GameProcess& game, const Image& expected, const std::string&
     return false;
 }
 
-bool displayAvailable() { return std::getenv("DISPLAY") != nullptr; }
+bool displayAvailable()
+{
+    return std::getenv("DISPLAY") != nullptr;
+}
 } // namespace
 
 class StartupTest : public ::testing::Test
@@ -70,9 +72,10 @@ TEST_F(StartupTest, ShowsTheMenuAndAnswersEveryFunctionKey)
 {
     GameProcess game;
     ASSERT_TRUE(game.start());
-    ASSERT_TRUE(game.waitForError(STARTED, START_SECONDS)) << game.errorText();
+    ASSERT_TRUE(game.waitForError(STARTED, GameProcess::START_SECONDS)) << game.errorText();
     const std::string startup = game.errorText();
-    for (const char* name : {"unicolor-hud", "hud", "minimal", "unicolor", "decal", "menu", "level"})
+    for (const char* name :
+         {"unicolor-hud", "hud", "minimal", "unicolor", "decal", "menu", "level"})
     {
         EXPECT_NE(startup.find(std::string("[SUCCESS] Shader '") + name + "' ("), std::string::npos)
             << name;
@@ -102,7 +105,8 @@ TEST_F(StartupTest, ShowsTheMenuAndAnswersEveryFunctionKey)
     // "vbo" is now off: the menu draws from client memory and must look the same.
     ASSERT_TRUE(waitForPicture(game, menu, shotPath(game, "menu-novbo"), 6.0, &difference))
         << "mean difference " << difference;
-    EXPECT_LT(countDifferent(loadImage(shotPath(game, "menu")), loadImage(shotPath(game, "menu-novbo")), 8),
+    EXPECT_LT(countDifferent(loadImage(shotPath(game, "menu")),
+                             loadImage(shotPath(game, "menu-novbo")), 8),
               1024 * 768 / 100);
 
     game.key("Escape");
@@ -113,7 +117,7 @@ TEST_F(StartupTest, ClosingTheWindowQuitsCleanly)
 {
     GameProcess game;
     ASSERT_TRUE(game.start());
-    ASSERT_TRUE(game.waitForError(STARTED, START_SECONDS));
+    ASSERT_TRUE(game.waitForError(STARTED, GameProcess::START_SECONDS));
     ASSERT_NE(game.window(), 0ul);
     ASSERT_TRUE(game.closeWindow());
     EXPECT_EQ(game.waitExit(10.0), 0);
@@ -123,14 +127,16 @@ TEST_F(StartupTest, ReturnLeavesTheMenuForTheMatch)
 {
     GameProcess game;
     ASSERT_TRUE(game.start());
-    ASSERT_TRUE(game.waitForError(STARTED, START_SECONDS));
+    ASSERT_TRUE(game.waitForError(STARTED, GameProcess::START_SECONDS));
     double difference = 0.0;
-    ASSERT_TRUE(waitForPicture(game, expectedMenu("menu01"), shotPath(game, "menu"), 6.0, &difference));
+    ASSERT_TRUE(
+        waitForPicture(game, expectedMenu("menu01"), shotPath(game, "menu"), 6.0, &difference));
     game.key("Return");
     // The game keeps its own copies of these programs, built when the match loads.
     for (const char* name : {"minimal_nolight", "mbpreprocess", "mbpostprocess"})
     {
-        EXPECT_TRUE(game.waitForError(std::string("[SUCCESS] Shader '") + name + "'", START_SECONDS))
+        EXPECT_TRUE(game.waitForError(std::string("[SUCCESS] Shader '") + name + "'",
+                                      GameProcess::START_SECONDS))
             << name;
     }
     game.waitExit(1.0);
@@ -144,7 +150,7 @@ TEST_F(StartupTest, WithoutADisplayItSaysSoAndExitsWithZero)
 {
     GameProcess game;
     ASSERT_TRUE(game.start({"DISPLAY=:4711"}));
-    EXPECT_EQ(game.waitExit(START_SECONDS), 0);
+    EXPECT_EQ(game.waitExit(GameProcess::START_SECONDS), 0);
     const std::string err = game.errorText();
     EXPECT_EQ(err.substr(err.size() - std::string(FAILED).size()), FAILED) << err;
     EXPECT_EQ(err.find(STARTED), std::string::npos);
@@ -155,7 +161,7 @@ TEST_F(StartupTest, WithoutAGl32ContextItSaysSoAndExitsWithZero)
     GameProcess game;
     // Mesa then offers nothing newer than 3.1, so the 3.2 context cannot be made.
     ASSERT_TRUE(game.start({"MESA_GL_VERSION_OVERRIDE=3.1"}));
-    EXPECT_EQ(game.waitExit(START_SECONDS), 0);
+    EXPECT_EQ(game.waitExit(GameProcess::START_SECONDS), 0);
     const std::string err = game.errorText();
     EXPECT_NE(err.find(FAILED), std::string::npos) << err;
     EXPECT_EQ(err.find(STARTED), std::string::npos);
@@ -168,10 +174,12 @@ TEST_F(StartupTest, BrokenShadersAndAMissingMenuPictureDoNotStopTheGame)
     game.writeData("shader/level.vert", "this is not GLSL\n");
     game.removeData("textures/menu01.png");
     ASSERT_TRUE(game.start());
-    ASSERT_TRUE(game.waitForError(STARTED, START_SECONDS)) << game.errorText();
+    ASSERT_TRUE(game.waitForError(STARTED, GameProcess::START_SECONDS)) << game.errorText();
     const std::string err = game.errorText();
-    EXPECT_NE(err.find("[ERROR] There is a problem with the 'hud' shader program: \n"), std::string::npos);
-    EXPECT_NE(err.find("[ERROR] There is a problem with the 'level' shader program: \n"), std::string::npos);
+    EXPECT_NE(err.find("[ERROR] There is a problem with the 'hud' shader program: \n"),
+              std::string::npos);
+    EXPECT_NE(err.find("[ERROR] There is a problem with the 'level' shader program: \n"),
+              std::string::npos);
     EXPECT_NE(err.find("[SUCCESS] Shader 'menu'"), std::string::npos);
     // A missing picture is quiet: the start screen samples texture 0, which is black.
     EXPECT_EQ(err.find("menu01"), std::string::npos);

@@ -33,7 +33,8 @@ Pixels readWindow()
 {
     Pixels pixels(size_t(MotionBlur::WIDTH) * MotionBlur::HEIGHT * 4);
     glReadBuffer(GL_BACK);
-    glReadPixels(0, 0, MotionBlur::WIDTH, MotionBlur::HEIGHT, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
+    glReadPixels(0, 0, MotionBlur::WIDTH, MotionBlur::HEIGHT, GL_RGBA, GL_UNSIGNED_BYTE,
+                 pixels.data());
     return pixels;
 }
 

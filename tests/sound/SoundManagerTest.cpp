@@ -132,7 +132,8 @@ TEST_F(SoundManagerTest, DamagedFilesAreRefusedOrPlayedNeverCrashOrHang)
     std::string originals[4];
     for (int i = 0; i < 4; ++i)
     {
-        std::ifstream in(std::string(BLOTCH_SOURCE_DIR) + "/data/sound/" + names[i], std::ios::binary);
+        std::ifstream in(std::string(BLOTCH_SOURCE_DIR) + "/data/sound/" + names[i],
+                         std::ios::binary);
         originals[i].assign(std::istreambuf_iterator<char>(in), {});
         ASSERT_GT(originals[i].size(), 1000u) << names[i];
     }

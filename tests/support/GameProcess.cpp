@@ -146,6 +146,12 @@ bool GameProcess::start(const std::vector<std::string>& environment)
     return true;
 }
 
+bool GameProcess::launch()
+{
+    return start() && waitForError("[SUCCESS] - Successfully started Main Loop", START_SECONDS) &&
+           window() != 0;
+}
+
 bool GameProcess::running()
 {
     if (pid <= 0 || exitStatus)

@@ -27,8 +27,13 @@ public:
     void removeData(const std::string& relative);
     void writeData(const std::string& relative, const std::string& bytes);
 
+    // How long a start may take: software GL on a loaded CI machine can be slow.
+    static constexpr double START_SECONDS = 30.0;
+
     // Starts the binary; extra "NAME=value" entries are added to its environment.
     bool start(const std::vector<std::string>& environment = {});
+    // Starts the binary and waits until its main loop runs and its window is mapped.
+    bool launch();
     bool running();
     // Waits until the captured standard error (or output) contains TEXT.
     bool waitForError(const std::string& text, double seconds);
