@@ -285,9 +285,10 @@ int main(int argc, char** argv)
                 read.wallMs, parse.wallMs, ours.wallMs, serial.wallMs, loaderTime.wallMs);
     if (!assimpOk)
         std::printf("assimp failed to read the file\n");
-    std::printf("cpu ms: ours %.1f, assimp %.1f, inflate %.1f; ours/inflate %.2f, assimp/ours %.1f\n",
-                ours.cpuMs, assimp.cpuMs, inflate.cpuMs, ours.cpuMs / inflate.cpuMs,
-                assimp.cpuMs / ours.cpuMs);
+    std::printf(
+        "cpu ms: ours %.1f, assimp %.1f, inflate %.1f; ours/inflate %.2f, assimp/ours %.1f\n",
+        ours.cpuMs, assimp.cpuMs, inflate.cpuMs, ours.cpuMs / inflate.cpuMs,
+        assimp.cpuMs / ours.cpuMs);
     std::printf("wall: ours/inflate %.2f, assimp/ours %.1f; all on one thread: ours/inflate %.2f, "
                 "assimp/ours %.1f\n",
                 ours.wallMs / inflate.wallMs, assimp.wallMs / ours.wallMs,

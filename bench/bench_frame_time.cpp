@@ -35,7 +35,9 @@ Timing timeFrames(Game& game)
         const auto start = std::chrono::steady_clock::now();
         game.frame();
         glFinish(); // count the rendering, not just the submission
-        ms.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+        ms.push_back(
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+                .count());
     }
     std::sort(ms.begin(), ms.end());
     return {ms[ms.size() / 2], ms[ms.size() * 9 / 10]};
@@ -47,7 +49,8 @@ void paintUpTo(Level& level, size_t count, std::mt19937& random)
     const float* v = level.getVertices();
     std::uniform_int_distribution<int> pick(0, level.getVertexCount() / 3 - 1);
     std::uniform_real_distribution<float> unit(0.0f, 1.0f);
-    const Vec4 colours[4] = {{1, 0.617f, 0, 1}, {0.604f, 1, 0, 1}, {0.988f, 0, 1, 1}, {0, 0.918f, 1, 1}};
+    const Vec4 colours[4] = {
+        {1, 0.617f, 0, 1}, {0.604f, 1, 0, 1}, {0.988f, 0, 1, 1}, {0, 0.918f, 1, 1}};
     while (level.decalCount() < count)
     {
         const float* t = v + static_cast<size_t>(pick(random)) * 12;
@@ -57,9 +60,11 @@ void paintUpTo(Level& level, size_t count, std::mt19937& random)
             a = 1.0f - a;
             b = 1.0f - b;
         }
-        const Vec3 p{t[0] + a * (t[4] - t[0]) + b * (t[8] - t[0]), t[1] + a * (t[5] - t[1]) + b * (t[9] - t[1]),
+        const Vec3 p{t[0] + a * (t[4] - t[0]) + b * (t[8] - t[0]),
+                     t[1] + a * (t[5] - t[1]) + b * (t[9] - t[1]),
                      t[2] + a * (t[6] - t[2]) + b * (t[10] - t[2])};
-        const Vec3 n = math::cross({t[4] - t[0], t[5] - t[1], t[6] - t[2]}, {t[8] - t[0], t[9] - t[1], t[10] - t[2]});
+        const Vec3 n = math::cross({t[4] - t[0], t[5] - t[1], t[6] - t[2]},
+                                   {t[8] - t[0], t[9] - t[1], t[10] - t[2]});
         level.paintHit(p, n, colours[level.decalCount() % 4]);
     }
 }
@@ -78,7 +83,8 @@ int main()
     Settings::instance().cycle("gamestate");
     if (!game.getLevel())
     {
-        std::fprintf(stderr, "bench_frame_time: the level did not load (run it from the repository)\n");
+        std::fprintf(stderr,
+                     "bench_frame_time: the level did not load (run it from the repository)\n");
         return 1;
     }
     for (int i = 0; i < 10; ++i)
@@ -96,8 +102,8 @@ int main()
         Settings::instance().toggle("frustum");
         const Timing all = timeFrames(game);
         Settings::instance().toggle("frustum");
-        std::printf("%6zu  %8.2f / %6.2f          %8.2f / %6.2f\n", game.getLevel()->decalCount(), culled.median,
-                    culled.p90, all.median, all.p90);
+        std::printf("%6zu  %8.2f / %6.2f          %8.2f / %6.2f\n", game.getLevel()->decalCount(),
+                    culled.median, culled.p90, all.median, all.p90);
         std::fflush(stdout);
     }
     // The same view through the motion-blur passes (culling on, all the decals above).

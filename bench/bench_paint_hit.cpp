@@ -7,10 +7,10 @@
 #include "scene/Level.h"
 
 #include <algorithm>
-#include <ctime>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <random>
 #include <vector>
 
@@ -36,8 +36,10 @@ std::unique_ptr<Level> terrain(int triangles, std::vector<float>& copy)
         for (int j = 0; j < n; ++j)
         {
             const float x0 = i, x1 = i + 1, z0 = j, z1 = j + 1;
-            const float corners[4][3] = {{x0, height(x0, z0), z0}, {x0, height(x0, z1), z1},
-                                         {x1, height(x1, z1), z1}, {x1, height(x1, z0), z0}};
+            const float corners[4][3] = {{x0, height(x0, z0), z0},
+                                         {x0, height(x0, z1), z1},
+                                         {x1, height(x1, z1), z1},
+                                         {x1, height(x1, z0), z0}};
             for (int k : {0, 1, 2, 0, 2, 3})
             {
                 copy.insert(copy.end(), {corners[k][0], corners[k][1], corners[k][2], 1.0f});
@@ -69,7 +71,8 @@ std::vector<Hit> randomHits(const std::vector<float>& v, std::mt19937& random)
             a = 1.0f - a;
             b = 1.0f - b;
         }
-        const Vec3 p{t[0] + a * (t[4] - t[0]) + b * (t[8] - t[0]), t[1] + a * (t[5] - t[1]) + b * (t[9] - t[1]),
+        const Vec3 p{t[0] + a * (t[4] - t[0]) + b * (t[8] - t[0]),
+                     t[1] + a * (t[5] - t[1]) + b * (t[9] - t[1]),
                      t[2] + a * (t[6] - t[2]) + b * (t[10] - t[2])};
         hits.push_back({p, math::cross({t[4] - t[0], t[5] - t[1], t[6] - t[2]},
                                        {t[8] - t[0], t[9] - t[1], t[10] - t[2]})});
@@ -118,8 +121,8 @@ int main(int argc, char** argv)
         const double scan = medianMicroseconds(*level, hits, scanHits, false, scanPolygons);
         const double tree = medianMicroseconds(*level, hits, hits.size(), true, allPolygons);
         std::printf("%d triangles: tree %.2f us (%zu hits), scan %.1f us (%zu hits): %.0fx\n",
-                    level->getVertexCount() / 3, tree, hits.size(), scan, std::min(scanHits, hits.size()),
-                    scan / tree);
+                    level->getVertexCount() / 3, tree, hits.size(), scan,
+                    std::min(scanHits, hits.size()), scan / tree);
         if (treePolygons != scanPolygons)
         {
             std::printf("MISMATCH: the tree and the scan cut different splats\n");

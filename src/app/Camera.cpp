@@ -4,7 +4,7 @@
 
 namespace
 {
-const float PITCH_LIMIT = 1.0f;       // in pixels of accumulated vertical mouse motion
+const float PITCH_LIMIT = 1.0f;        // in pixels of accumulated vertical mouse motion
 const float PLACEHOLDER_HEIGHT = 3.0f; // overwritten by the carrying body right after the move
 const Vec3 UP{0.0f, 1.0f, 0.0f};
 

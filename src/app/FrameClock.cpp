@@ -2,8 +2,8 @@
 
 namespace
 {
-const double STALL_MS = 100.0;    // a frame this long or longer counts as no time
-const float FPS_WINDOW_S = 1.0f;  // fps is recomputed once more than this has accumulated
+const double STALL_MS = 100.0;   // a frame this long or longer counts as no time
+const float FPS_WINDOW_S = 1.0f; // fps is recomputed once more than this has accumulated
 } // namespace
 
 void FrameClock::reset(double nowTicks)

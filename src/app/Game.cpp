@@ -50,10 +50,14 @@ const float CHAIN_LINK_RADIUS = 0.5f;
 const char* const OWN_PROGRAMS[] = {"minimal_nolight", "minimal", "unicolor", "mbpreprocess",
                                     "mbpostprocess"};
 
-Mat4 screenOrtho() { return math::orthographic(-512.0f, 512.0f, -384.0f, 384.0f, -1000.0f, 1000.0f); }
+Mat4 screenOrtho()
+{
+    return math::orthographic(-512.0f, 512.0f, -384.0f, 384.0f, -1000.0f, 1000.0f);
+}
 } // namespace
 
-Game::Game() : display(std::make_unique<Display>()), perspective(math::identity()), view(math::identity())
+Game::Game()
+    : display(std::make_unique<Display>()), perspective(math::identity()), view(math::identity())
 {
     SoundManager::instance();
 }
@@ -126,10 +130,9 @@ bool Game::init()
         glGenerateMipmap = reinterpret_cast<PFNGLGENERATEMIPMAPPROC>(generateMipmap);
     }
     std::memset(keys, 0, sizeof(keys));
-    perspective = math::perspective(FIELD_OF_VIEW,
-                                    static_cast<float>(display->width) /
-                                        static_cast<float>(display->height),
-                                    NEAR_PLANE, FAR_PLANE);
+    perspective = math::perspective(
+        FIELD_OF_VIEW, static_cast<float>(display->width) / static_cast<float>(display->height),
+        NEAR_PLANE, FAR_PLANE);
 
     ShaderManager::instance();
     TextureManager::instance();
@@ -157,9 +160,9 @@ bool Game::createWindow()
     SDL_GL_SetAttribute(SDL_GL_DEPTH_SIZE, 24);
     SDL_GL_SetAttribute(SDL_GL_STENCIL_SIZE, 1);
 
-    display->window = SDL_CreateWindow("Blotch", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED,
-                                       WINDOW_WIDTH, WINDOW_HEIGHT,
-                                       SDL_WINDOW_OPENGL | SDL_WINDOW_SHOWN);
+    display->window =
+        SDL_CreateWindow("Blotch", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, WINDOW_WIDTH,
+                         WINDOW_HEIGHT, SDL_WINDOW_OPENGL | SDL_WINDOW_SHOWN);
     if (!display->window)
     {
         return false;
@@ -167,7 +170,8 @@ bool Game::createWindow()
     display->context = SDL_GL_CreateContext(display->window);
     if (!display->context)
     {
-        std::fprintf(stderr, "[ERROR] Could not create an OpenGL 3.2 context: %s\n", SDL_GetError());
+        std::fprintf(stderr, "[ERROR] Could not create an OpenGL 3.2 context: %s\n",
+                     SDL_GetError());
         return false;
     }
     SDL_GL_SetSwapInterval(1);
@@ -271,8 +275,8 @@ void Game::frame()
 {
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
     update();
-    if (Settings::instance().getInt("gamestate") == 1 && Settings::instance().getBool("motionblur") &&
-        motionBlur && motionBlur->ready())
+    if (Settings::instance().getInt("gamestate") == 1 &&
+        Settings::instance().getBool("motionblur") && motionBlur && motionBlur->ready())
     {
         renderMotionBlurFrame();
     }
@@ -283,7 +287,10 @@ void Game::frame()
     SDL_GL_SwapWindow(display->window);
 }
 
-void Game::initMotionBlur() { motionBlur = std::make_unique<MotionBlur>(); }
+void Game::initMotionBlur()
+{
+    motionBlur = std::make_unique<MotionBlur>();
+}
 
 bool Game::handleEvents()
 {
@@ -338,30 +345,54 @@ void Game::pressKey(int scancode)
     Settings& settings = Settings::instance();
     switch (scancode)
     {
-    case SDL_SCANCODE_F1: settings.toggle("help"); break;
-    case SDL_SCANCODE_F2: settings.toggle("framerate"); break;
-    case SDL_SCANCODE_F3: settings.toggle("wireframe"); break;
-    case SDL_SCANCODE_F4: settings.cycle("texture-quality"); break;
-    case SDL_SCANCODE_F5: settings.cycle("texture-mipmap"); break;
-    case SDL_SCANCODE_F6: settings.toggle("vbo"); break;
-    case SDL_SCANCODE_F7: settings.toggle("motionblur"); break;
-    case SDL_SCANCODE_F8: settings.toggle("frustum"); break;
-    case SDL_SCANCODE_F9: settings.toggle("transparency"); break;
-    default: break;
+    case SDL_SCANCODE_F1:
+        settings.toggle("help");
+        break;
+    case SDL_SCANCODE_F2:
+        settings.toggle("framerate");
+        break;
+    case SDL_SCANCODE_F3:
+        settings.toggle("wireframe");
+        break;
+    case SDL_SCANCODE_F4:
+        settings.cycle("texture-quality");
+        break;
+    case SDL_SCANCODE_F5:
+        settings.cycle("texture-mipmap");
+        break;
+    case SDL_SCANCODE_F6:
+        settings.toggle("vbo");
+        break;
+    case SDL_SCANCODE_F7:
+        settings.toggle("motionblur");
+        break;
+    case SDL_SCANCODE_F8:
+        settings.toggle("frustum");
+        break;
+    case SDL_SCANCODE_F9:
+        settings.toggle("transparency");
+        break;
+    default:
+        break;
     }
 
     if (settings.getInt("gamestate") == 0)
     {
         switch (scancode)
         {
-        case SDL_SCANCODE_DOWN: settings.step("menu-pos", 1); break;
-        case SDL_SCANCODE_UP: settings.step("menu-pos", -1); break;
+        case SDL_SCANCODE_DOWN:
+            settings.step("menu-pos", 1);
+            break;
+        case SDL_SCANCODE_UP:
+            settings.step("menu-pos", -1);
+            break;
         case SDL_SCANCODE_RETURN:
             showLoadingFrame();
             loadMatch(); // a match that fails to build still starts: the frame stays empty
             settings.cycle("gamestate");
             break;
-        default: break;
+        default:
+            break;
         }
     }
     if (scancode >= 0 && scancode < KEY_COUNT)
@@ -373,7 +404,8 @@ void Game::pressKey(int scancode)
 void Game::showLoadingFrame()
 {
     render();
-    FontManager::instance().draw("bankgothic-black", 0.0f, 200.0f, "loading...", FontManager::ALIGN_CENTRE);
+    FontManager::instance().draw("bankgothic-black", 0.0f, 200.0f, "loading...",
+                                 FontManager::ALIGN_CENTRE);
     SDL_GL_SwapWindow(display->window);
 }
 

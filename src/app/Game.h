@@ -80,7 +80,8 @@ public:
 private:
     // What a key press does, whatever the state.
     void pressKey(int scancode);
-    // Shows the menu with "loading..." over it, so the player sees something while the level builds.
+    // Shows the menu with "loading..." over it, so the player sees something while the level
+    // builds.
     void showLoadingFrame();
     void renderPlaying();
     void loadOwnShaders();
@@ -110,11 +111,11 @@ private:
     std::unique_ptr<SceneNode> sceneRoot;
     std::unique_ptr<SphereChain> sphereChain; // marks a spot in the level
     std::unique_ptr<MotionBlur> motionBlur;
-    Level* level = nullptr;                   // owned by sceneRoot
-    bool firstPlayingFrame = true;            // the first frame only levels the view
-    uint32_t mouseButtons = 0;                // held buttons, from the press and release events
-    bool throwRequested = false;              // a left press alone since the last frame
-    std::string noMatchReason;                // why there is nothing to play on
+    Level* level = nullptr;        // owned by sceneRoot
+    bool firstPlayingFrame = true; // the first frame only levels the view
+    uint32_t mouseButtons = 0;     // held buttons, from the press and release events
+    bool throwRequested = false;   // a left press alone since the last frame
+    std::string noMatchReason;     // why there is nothing to play on
     bool reportedNoMatch = false;
 
     // Render globals.

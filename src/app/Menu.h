@@ -22,8 +22,8 @@ private:
 
     // CPU copies for drawing with "vbo" off. The quad reaches 386, two units past the screen's
     // top and bottom edge at 384, as the pictures were laid out for it.
-    static constexpr float VERTICES[16] = {-512.0f, -386.0f, 0.0f, 1.0f, 512.0f,  -386.0f,
-                                           0.0f,    1.0f,    512.0f, 386.0f, 0.0f, 1.0f,
+    static constexpr float VERTICES[16] = {-512.0f, -386.0f, 0.0f,   1.0f,   512.0f, -386.0f,
+                                           0.0f,    1.0f,    512.0f, 386.0f, 0.0f,   1.0f,
                                            -512.0f, 386.0f,  0.0f,   1.0f};
     static constexpr float TEXCOORDS[8] = {0.0f, 0.0f, 1.0f, 0.0f, 1.0f, 1.0f, 0.0f, 1.0f};
     static constexpr unsigned int INDICES[6] = {0, 1, 2, 0, 2, 3};

@@ -34,16 +34,25 @@ void Settings::defineDefaults()
     defineInt("menu-pos", 2, 0);
 }
 
-void Settings::defineBool(std::string key, bool value) { bools.try_emplace(std::move(key), value); }
+void Settings::defineBool(std::string key, bool value)
+{
+    bools.try_emplace(std::move(key), value);
+}
 
 void Settings::defineInt(std::string key, int count, int value)
 {
     ints.try_emplace(std::move(key), Cycle{count, value});
 }
 
-bool Settings::getBool(std::string key) { return bools[std::move(key)]; }
+bool Settings::getBool(std::string key)
+{
+    return bools[std::move(key)];
+}
 
-int Settings::getInt(std::string key) { return ints[std::move(key)].value; }
+int Settings::getInt(std::string key)
+{
+    return ints[std::move(key)].value;
+}
 
 void Settings::toggle(std::string key)
 {

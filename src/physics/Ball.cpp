@@ -8,7 +8,7 @@
 
 namespace
 {
-const float LIFE = 10.0f;  // seconds a ball flies at most
+const float LIFE = 10.0f; // seconds a ball flies at most
 const float RADIUS = 0.3f;
 const float MASS = 0.25f;
 const float ANGULAR_DAMPING = 0.05f;
@@ -71,7 +71,10 @@ void Ball::update(float dt)
     }
 }
 
-void Ball::draw(Shader* shader) { sphere->draw(shader); }
+void Ball::draw(Shader* shader)
+{
+    sphere->draw(shader);
+}
 
 Vec3 Ball::position() const
 {

@@ -65,11 +65,12 @@ void PhysicsContactReport::onTick(btDynamicsWorld& world)
         }
         // The manifold's normal points from body 1 towards body 0: outwards from the level when
         // the level is body 1.
-        const btVector3 onLevel = levelFirst ? last->getPositionWorldOnA() : last->getPositionWorldOnB();
+        const btVector3 onLevel =
+            levelFirst ? last->getPositionWorldOnA() : last->getPositionWorldOnB();
         const btVector3 normal = levelFirst ? -last->m_normalWorldOnB : last->m_normalWorldOnB;
         auto* level = static_cast<Level*>(levelTag->owner);
-        level->paintHit({onLevel.x(), onLevel.y(), onLevel.z()}, {normal.x(), normal.y(), normal.z()},
-                        ball->colour);
+        level->paintHit({onLevel.x(), onLevel.y(), onLevel.z()},
+                        {normal.x(), normal.y(), normal.z()}, ball->colour);
         ball->life = 0.0f;
     }
 }

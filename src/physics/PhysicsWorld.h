@@ -59,8 +59,8 @@ private:
     std::unique_ptr<btConstraintSolver> solver;
     std::unique_ptr<btDiscreteDynamicsWorld> world;
     TickCallback onTick;
-    int debugger = -1;        // socket to a remote viewer on port 5425, -1 when none
-    bool debuggerUp = false;  // the connection has completed
+    int debugger = -1;       // socket to a remote viewer on port 5425, -1 when none
+    bool debuggerUp = false; // the connection has completed
 
     static PhysicsWorld* single;
 };

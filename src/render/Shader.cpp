@@ -31,7 +31,10 @@ GLuint compileStage(GLenum stage, const std::string& path)
 }
 } // namespace
 
-Shader::Shader(std::string name) : name(std::move(name)) { load(); }
+Shader::Shader(std::string name) : name(std::move(name))
+{
+    load();
+}
 
 Shader::~Shader()
 {

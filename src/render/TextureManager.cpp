@@ -120,7 +120,10 @@ void TextureManager::create(const std::string& name, int width, int height)
     textures[name] = id;
 }
 
-unsigned int TextureManager::get(const std::string& name) { return textures[name]; }
+unsigned int TextureManager::get(const std::string& name)
+{
+    return textures[name];
+}
 
 int TextureManager::unit(const std::string& name)
 {

@@ -37,7 +37,8 @@ Decal::Decal(const std::list<DecalPolygon>& polygons, std::unique_ptr<Bounds> bo
             uvs[i * 2] = polygon[i].u;
             uvs[i * 2 + 1] = polygon[i].v;
         }
-        vertexBuffers.push_back(createStaticBuffer(GL_ARRAY_BUFFER, positions.get(), size_t(n) * 16));
+        vertexBuffers.push_back(
+            createStaticBuffer(GL_ARRAY_BUFFER, positions.get(), size_t(n) * 16));
         texcoordBuffers.push_back(createStaticBuffer(GL_ARRAY_BUFFER, uvs.get(), size_t(n) * 8));
         vertexArrays.push_back(std::move(positions));
         texcoordArrays.push_back(std::move(uvs));

@@ -4,8 +4,8 @@
 #include "physics/LevelCollision.h"
 #include "physics/TriangleTree.h"
 #include "render/GlBuffer.h"
-#include "scene/Decal.h"
 #include "render/Shader.h"
+#include "scene/Decal.h"
 
 #include <GL/glew.h>
 
@@ -113,7 +113,10 @@ void Level::drawSurface(Shader* shader)
     }
 }
 
-void Level::addDecal(std::unique_ptr<SceneNode> decal) { decals.push_back(std::move(decal)); }
+void Level::addDecal(std::unique_ptr<SceneNode> decal)
+{
+    decals.push_back(std::move(decal));
+}
 
 bool Level::buildPhysics()
 {
@@ -136,8 +139,8 @@ void Level::paintHit(Vec3 point, Vec3 normal, Vec4 colour)
     }
     Vec3 min, max;
     splat::bounds(polygons, min, max);
-    decals.push_back(std::make_unique<Decal>(polygons, std::make_unique<Bounds>(Bounds::fromMinMax(min, max)),
-                                             colour));
+    decals.push_back(std::make_unique<Decal>(
+        polygons, std::make_unique<Bounds>(Bounds::fromMinMax(min, max)), colour));
 }
 
 std::list<DecalPolygon> Level::cutSplat(Vec3 point, Vec3 normal, bool tree) const

@@ -5,11 +5,23 @@
 namespace math
 {
 
-float cosine(float a) { return static_cast<float>(std::cos(static_cast<double>(a))); }
-float sine(float a) { return static_cast<float>(std::sin(static_cast<double>(a))); }
-float squareRoot(float a) { return static_cast<float>(std::sqrt(static_cast<double>(a))); }
+float cosine(float a)
+{
+    return static_cast<float>(std::cos(static_cast<double>(a)));
+}
+float sine(float a)
+{
+    return static_cast<float>(std::sin(static_cast<double>(a)));
+}
+float squareRoot(float a)
+{
+    return static_cast<float>(std::sqrt(static_cast<double>(a)));
+}
 
-Mat4 identity() { return scale(1.0f); }
+Mat4 identity()
+{
+    return scale(1.0f);
+}
 
 Mat3 identity3()
 {
@@ -112,7 +124,10 @@ Vec3 cross(const Vec3& a, const Vec3& b)
     return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
 }
 
-float dot(const Vec3& a, const Vec3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+float dot(const Vec3& a, const Vec3& b)
+{
+    return a.x * b.x + a.y * b.y + a.z * b.z;
+}
 
 Mat3 toMat3(const Quaternion& q)
 {

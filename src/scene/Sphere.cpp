@@ -8,8 +8,8 @@
 
 namespace
 {
-const int RINGS = 32;        // latitude bands from pole to pole
-const int SEGMENTS = 32;     // points around each ring before the closing duplicate
+const int RINGS = 32;    // latitude bands from pole to pole
+const int SEGMENTS = 32; // points around each ring before the closing duplicate
 const int RING_SIZE = SEGMENTS + 1;
 } // namespace
 
@@ -17,7 +17,8 @@ SphereMesh::SphereMesh(float radius)
     : vertices(new float[VERTEX_COUNT * 4]), indices(new uint32_t[INDEX_COUNT])
 {
     float* v = vertices.get();
-    auto put = [&v](float x, float y, float z) {
+    auto put = [&v](float x, float y, float z)
+    {
         *v++ = x;
         *v++ = y;
         *v++ = z;
@@ -39,7 +40,8 @@ SphereMesh::SphereMesh(float radius)
     put(0.0f, 0.0f, -radius);
 
     uint32_t* n = indices.get();
-    auto triangle = [&n](uint32_t a, uint32_t b, uint32_t c) {
+    auto triangle = [&n](uint32_t a, uint32_t b, uint32_t c)
+    {
         *n++ = a;
         *n++ = b;
         *n++ = c;
@@ -65,7 +67,8 @@ SphereMesh::SphereMesh(float radius)
         triangle(lastRing + j, southPole, lastRing + 1 + j);
     }
 
-    vertexBuffer = createStaticBuffer(GL_ARRAY_BUFFER, vertices.get(), VERTEX_COUNT * 4 * sizeof(float));
+    vertexBuffer =
+        createStaticBuffer(GL_ARRAY_BUFFER, vertices.get(), VERTEX_COUNT * 4 * sizeof(float));
     indexBuffer =
         createStaticBuffer(GL_ELEMENT_ARRAY_BUFFER, indices.get(), INDEX_COUNT * sizeof(uint32_t));
     glBindBuffer(GL_ARRAY_BUFFER, 0);
@@ -98,8 +101,7 @@ void SphereMesh::draw(Shader* shader) const
     }
 }
 
-Sphere::Sphere(Vec3 position, float radius, Vec4 color)
-    : color(color), radius(radius), mesh(radius)
+Sphere::Sphere(Vec3 position, float radius, Vec4 color) : color(color), radius(radius), mesh(radius)
 {
     model = math::translate(math::scale(1.0f), position);
 }

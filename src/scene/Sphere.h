@@ -22,8 +22,8 @@ struct SphereMesh
     // Draws with the attribute "vertex"; from the GL buffers when "vbo" is on, else from memory.
     void draw(Shader* shader) const;
 
-    std::unique_ptr<float[]> vertices;    // VERTEX_COUNT x (x, y, z, 1)
-    std::unique_ptr<uint32_t[]> indices;  // INDEX_COUNT triangle corners
+    std::unique_ptr<float[]> vertices;   // VERTEX_COUNT x (x, y, z, 1)
+    std::unique_ptr<uint32_t[]> indices; // INDEX_COUNT triangle corners
     unsigned int vertexBuffer = 0;
     unsigned int indexBuffer = 0;
 };

@@ -8,7 +8,10 @@ const int TURN_PER_MS = 4;       // game turn units per millisecond of frame tim
 const float ORBIT_RADIUS = 2.0f; // distance of a link from the centre it circles
 const Vec3 Z_AXIS{0.0f, 0.0f, 1.0f};
 
-Mat4 turnAboutZ(float angle) { return math::toMat4(math::toMat3(math::axisAngle(Z_AXIS, angle))); }
+Mat4 turnAboutZ(float angle)
+{
+    return math::toMat4(math::toMat3(math::axisAngle(Z_AXIS, angle)));
+}
 } // namespace
 
 SphereChain::SphereChain(Vec3 position, float radius, bool reversed)

@@ -5,7 +5,10 @@
 
 namespace
 {
-Vec3 sub(const Vec3& a, const Vec3& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+Vec3 sub(const Vec3& a, const Vec3& b)
+{
+    return {a.x - b.x, a.y - b.y, a.z - b.z};
+}
 
 // A triangle clipped by six planes has at most nine corners.
 constexpr int MAX_CORNERS = 9;
@@ -18,7 +21,8 @@ struct Piece
 
 // Keeps the part of IN where SIDE * dot(corner - origin, axis) <= LIMIT. Works on the stack: this
 // runs for every triangle near every hit.
-void clip(const Piece& in, Piece& out, const Vec3& origin, const Vec3& axis, float side, float limit)
+void clip(const Piece& in, Piece& out, const Vec3& origin, const Vec3& axis, float side,
+          float limit)
 {
     out.count = 0;
     float d[MAX_CORNERS + 3];
@@ -38,7 +42,8 @@ void clip(const Piece& in, Piece& out, const Vec3& origin, const Vec3& axis, flo
         if ((d[i] >= 0.0f) != (d[j] >= 0.0f))
         {
             const float s = d[i] / (d[i] - d[j]);
-            out.corners[out.count++] = {a.x + (b.x - a.x) * s, a.y + (b.y - a.y) * s, a.z + (b.z - a.z) * s};
+            out.corners[out.count++] = {a.x + (b.x - a.x) * s, a.y + (b.y - a.y) * s,
+                                        a.z + (b.z - a.z) * s};
         }
     }
 }
@@ -95,7 +100,8 @@ void box(const SplatFrame& f, Vec3& min, Vec3& max)
     }
 }
 
-bool cutTriangle(const SplatFrame& f, const float* vertices, int triangle, std::list<DecalPolygon>& out)
+bool cutTriangle(const SplatFrame& f, const float* vertices, int triangle,
+                 std::list<DecalPolygon>& out)
 {
     const float* v = vertices + static_cast<size_t>(triangle) * 12;
     const Vec3 a{v[0], v[1], v[2]}, b{v[4], v[5], v[6]}, c{v[8], v[9], v[10]};

@@ -29,8 +29,8 @@ struct SplatFrame
 
 namespace splat
 {
-constexpr float HALF_SIZE = 1.5f;   // half the splat's side
-constexpr float HALF_DEPTH = 0.5f;  // how far off the hit plane paint still lands
+constexpr float HALF_SIZE = 1.5f;           // half the splat's side
+constexpr float HALF_DEPTH = 0.5f;          // how far off the hit plane paint still lands
 constexpr float MIN_FACING = 1.0f / 128.0f; // surfaces turned further away get no paint
 
 // The frame for a hit at POINT on a surface facing NORMAL (any length). The tangent is the

@@ -10,16 +10,17 @@ namespace
 {
 // The oldest mixer with MP3 decoding and device selection that we rely on.
 const unsigned int REQUIRED_VERSION = 0x020600;
-const int MIXING_CHANNELS = 100;     // plenty for overlapping throws and splashes
+const int MIXING_CHANNELS = 100; // plenty for overlapping throws and splashes
 const int FREQUENCY = 44100;
 const int SIGMATEL_FREQUENCY = 48000; // those codecs resample badly from 44.1 kHz
-const int CHUNK_SIZE = 1024;       // samples per mix: low latency for throws
+const int CHUNK_SIZE = 1024;          // samples per mix: low latency for throws
 const float MUSIC_VOLUME = 0.5f;
-const int SHOT1_THRESHOLD = 70;    // rand() below this picks the rarer throw sound
+const int SHOT1_THRESHOLD = 70; // rand() below this picks the rarer throw sound
 
 unsigned int packVersion(const SDL_version* v)
 {
-    return (static_cast<unsigned>(v->major) << 16) | (static_cast<unsigned>(v->minor) << 8) | v->patch;
+    return (static_cast<unsigned>(v->major) << 16) | (static_cast<unsigned>(v->minor) << 8) |
+           v->patch;
 }
 } // namespace
 
@@ -45,8 +46,9 @@ SoundManager::SoundManager()
     version = packVersion(Mix_Linked_Version());
     if (version < REQUIRED_VERSION)
     {
-        std::printf("Error!  You are using an old version of FMOD %08x.  This program requires %08x\n",
-                    version, REQUIRED_VERSION);
+        std::printf(
+            "Error!  You are using an old version of FMOD %08x.  This program requires %08x\n",
+            version, REQUIRED_VERSION);
     }
     audioStarted = SDL_InitSubSystem(SDL_INIT_AUDIO) == 0;
     numDrivers = audioStarted ? SDL_GetNumAudioDevices(0) : 0;

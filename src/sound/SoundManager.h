@@ -46,9 +46,9 @@ private:
     int lastResult = 0;
     unsigned int version = 0; // 0xMMmmpp of the linked mixer
     int numDrivers = 0;
-    std::string driverName;   // output device 0
+    std::string driverName; // output device 0
     bool audioStarted = false;
-    bool output = false;      // a device is open
+    bool output = false; // a device is open
 
     Mix_Music* music = nullptr;
     Mix_Chunk* shot1 = nullptr;

@@ -111,7 +111,8 @@ TEST(Camera, ViewMatrixPutsTheEyeAtTheOrigin)
     move(camera, 0.0f, 0, 0, 7.0f, -1.0f);
     camera.position = {2.0f, 6.7f, 3.0f};
     const Vec3 d = camera.viewDirection();
-    const Vec4 looked = math::transform(viewMatrix(camera), {2.0f + d.x * 4, 6.7f + d.y * 4, 3.0f + d.z * 4, 1.0f});
+    const Vec4 looked =
+        math::transform(viewMatrix(camera), {2.0f + d.x * 4, 6.7f + d.y * 4, 3.0f + d.z * 4, 1.0f});
     EXPECT_NEAR(looked.x, 0.0f, 1e-4f);
     EXPECT_NEAR(looked.y, 0.0f, 1e-4f);
     EXPECT_NEAR(looked.z, -4.0f, 1e-4f);

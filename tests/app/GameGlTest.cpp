@@ -58,9 +58,10 @@ protected:
     Game game;
 };
 
-const char* const SWITCH_LINES = "Switching help...\nSwitching framerate...\nSwitching wireframe...\n"
-                                 "Switching vbo...\nSwitching motionblur...\nSwitching frustum...\n"
-                                 "Switching transparency...\n";
+const char* const SWITCH_LINES =
+    "Switching help...\nSwitching framerate...\nSwitching wireframe...\n"
+    "Switching vbo...\nSwitching motionblur...\nSwitching frustum...\n"
+    "Switching transparency...\n";
 } // namespace
 
 TEST_F(GameGlTest, StartsOnTheMenuWithTheDefaults)
@@ -79,7 +80,8 @@ TEST_F(GameGlTest, StartsOnTheMenuWithTheDefaults)
     SDL_GL_GetAttribute(SDL_GL_CONTEXT_PROFILE_MASK, &profile);
     EXPECT_GE(major * 10 + minor, 32);
     EXPECT_EQ(profile, SDL_GL_CONTEXT_PROFILE_COMPATIBILITY);
-    EXPECT_EQ(std::string(SDL_GetWindowTitle(const_cast<SDL_Window*>(game.getDisplay().window))), "Blotch");
+    EXPECT_EQ(std::string(SDL_GetWindowTitle(const_cast<SDL_Window*>(game.getDisplay().window))),
+              "Blotch");
 }
 
 TEST_F(GameGlTest, FunctionKeysWorkInEveryState)

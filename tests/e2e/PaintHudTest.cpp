@@ -10,7 +10,8 @@
 
 namespace
 {
-const float PAINT[4][3] = {{1.0f, 0.617f, 0.0f}, {0.604f, 1.0f, 0.0f}, {0.988f, 0.0f, 1.0f}, {0.0f, 0.918f, 1.0f}};
+const float PAINT[4][3] = {
+    {1.0f, 0.617f, 0.0f}, {0.604f, 1.0f, 0.0f}, {0.988f, 0.0f, 1.0f}, {0.0f, 0.918f, 1.0f}};
 
 // Which paint colour a pixel shows, or -1.
 int paintOf(const uint8_t* p)
@@ -52,10 +53,7 @@ protected:
         }
     }
 
-    void start()
-    {
-        ASSERT_TRUE(game.launch()) << game.errorText();
-    }
+    void start() { ASSERT_TRUE(game.launch()) << game.errorText(); }
 
     Image shot(const std::string& name)
     {
@@ -132,7 +130,8 @@ TEST_F(PaintHudTest, TheOverlayShowsTheNextColourTheFrameRateAndTheHelpRow)
     const Image plain = shot("hud");
     game.key("F1");
     ASSERT_TRUE(game.waitForError("Switching help...", 5.0));
-    auto column = [&](const Image& picture, int x) {
+    auto column = [&](const Image& picture, int x)
+    {
         return countDifferent(crop(plain, 512 + x - 40, 16, 512 + x + 40, 40),
                               crop(picture, 512 + x - 40, 16, 512 + x + 40, 40), 64);
     };
@@ -152,7 +151,8 @@ TEST_F(PaintHudTest, TheOverlayShowsTheNextColourTheFrameRateAndTheHelpRow)
     for (int look = 0; look < 20 && gone <= 300; ++look)
     {
         game.waitExit(0.25);
-        gone = countDifferent(crop(plain, 8, 14, 200, 54), crop(shot("norate"), 8, 14, 200, 54), 64);
+        gone =
+            countDifferent(crop(plain, 8, 14, 200, 54), crop(shot("norate"), 8, 14, 200, 54), 64);
     }
     EXPECT_GT(gone, 300) << "the frame rate and game time did not go away";
     game.key("Escape");
@@ -177,7 +177,8 @@ TEST_F(PaintHudTest, LoadingIsShownWhileTheMatchIsBuilt)
         for (int j = 0; j < n; ++j)
         {
             const int a = i * (n + 1) + j;
-            floor.polygonVertices.insert(floor.polygonVertices.end(), {a, a + 1, a + n + 2, ~(a + n + 1)});
+            floor.polygonVertices.insert(floor.polygonVertices.end(),
+                                         {a, a + 1, a + n + 2, ~(a + n + 1)});
         }
     }
     game.writeData("fbx/level.fbx", fbxtest::asciiFile({floor}));
@@ -204,7 +205,8 @@ TEST_F(PaintHudTest, LoadingIsShownWhileTheMatchIsBuilt)
         seen = lettering > 800 && rest < 3.0;
     }
     EXPECT_TRUE(seen) << "no \"loading...\" over the menu; last look: " << lettering
-                      << " changed pixels where the text goes, " << rest << " mean difference elsewhere";
+                      << " changed pixels where the text goes, " << rest
+                      << " mean difference elsewhere";
     game.key("Escape");
     EXPECT_EQ(game.waitExit(20.0), 0);
 }

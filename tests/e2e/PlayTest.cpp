@@ -25,11 +25,13 @@ std::string smallFloor()
 Image expectedMenu(const std::string& picture)
 {
     const Image stretched =
-        resized(loadImage(std::string(BLOTCH_SOURCE_DIR) + "/data/textures/" + picture + ".png"), 1024, 772);
+        resized(loadImage(std::string(BLOTCH_SOURCE_DIR) + "/data/textures/" + picture + ".png"),
+                1024, 772);
     Image visible;
     visible.width = 1024;
     visible.height = 768;
-    visible.rgb.assign(stretched.rgb.begin() + 2 * 1024 * 3, stretched.rgb.begin() + 770 * 1024 * 3);
+    visible.rgb.assign(stretched.rgb.begin() + 2 * 1024 * 3,
+                       stretched.rgb.begin() + 770 * 1024 * 3);
     return visible;
 }
 
@@ -108,7 +110,8 @@ TEST_F(PlayTest, AMissingLevelIsReportedAndEscapeStillQuits)
     game.click(1); // nothing to throw from
     game.waitExit(1.0);
     const std::string err = game.errorText();
-    EXPECT_EQ(err.find("There is no level"), err.rfind("There is no level")) << "reported more than once";
+    EXPECT_EQ(err.find("There is no level"), err.rfind("There is no level"))
+        << "reported more than once";
     EXPECT_EQ(err.find(")\n"), std::string::npos);
     game.key("Escape");
     EXPECT_EQ(game.waitExit(10.0), 0);

@@ -86,7 +86,7 @@ protected:
 
 TEST_F(BallGlTest, LaunchSpeedIsTheSameAtEveryFrameRate)
 {
-    level = levelOf(floorAt(-500.0f, 1.0f)); // far below: nothing to hit
+    level = levelOf(floorAt(-500.0f, 1.0f));    // far below: nothing to hit
     const float speed = 500.0f / 60.0f / 0.25f; // 33.3 m/s per unit of the throw vector
     for (float fps : {30.0f, 60.0f, 144.0f})
     {

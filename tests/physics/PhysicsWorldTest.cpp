@@ -36,7 +36,8 @@ protected:
         motion = std::make_unique<btDefaultMotionState>(at);
         btVector3 inertia(0, 0, 0);
         shape.calculateLocalInertia(1.0f, inertia);
-        body = std::make_unique<btRigidBody>(btRigidBody::btRigidBodyConstructionInfo(1.0f, motion.get(), &shape, inertia));
+        body = std::make_unique<btRigidBody>(
+            btRigidBody::btRigidBodyConstructionInfo(1.0f, motion.get(), &shape, inertia));
         body->setUserPointer(&tag);
         world.addRigidBody(body.get());
     }
@@ -77,7 +78,8 @@ TEST_F(PhysicsWorldTest, AViewerOnPort5425SeesTheBodiesMove)
     address.sin_family = AF_INET;
     address.sin_port = htons(5425);
     inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
-    if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 || listen(listener, 1) != 0)
+    if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+        listen(listener, 1) != 0)
     {
         GTEST_SKIP() << "port 5425 is taken";
     }

@@ -50,7 +50,8 @@ TEST_F(ShaderManagerGlTest, BuildsEverySharedProgramAndRebuildsAfterDestroy)
     testing::internal::CaptureStderr();
     ShaderManager& manager = ShaderManager::instance();
     const std::string first = testing::internal::GetCapturedStderr();
-    for (const char* name : {"unicolor-hud", "hud", "minimal", "unicolor", "decal", "menu", "level"})
+    for (const char* name :
+         {"unicolor-hud", "hud", "minimal", "unicolor", "decal", "menu", "level"})
     {
         ASSERT_NE(manager.find(name), nullptr) << name;
         EXPECT_TRUE(manager.find(name)->isLinked()) << name;
@@ -93,8 +94,10 @@ TEST_F(ShaderManagerGlTest, MissingAndBrokenSourcesReportAndCarryOn)
 
     ScratchDirectory scratch(false);
     std::filesystem::create_directories("data/shader");
-    std::ofstream("data/shader/broken.vert") << "#version 150\nvoid main() { gl_Position = nonsense; }\n";
-    std::ofstream("data/shader/broken.frag") << "#version 150\nout vec4 c; void main() { c = vec4(1); }\n";
+    std::ofstream("data/shader/broken.vert")
+        << "#version 150\nvoid main() { gl_Position = nonsense; }\n";
+    std::ofstream("data/shader/broken.frag")
+        << "#version 150\nout vec4 c; void main() { c = vec4(1); }\n";
     testing::internal::CaptureStderr();
     Shader broken("broken");
     EXPECT_NE(testing::internal::GetCapturedStderr().find("problem with the 'broken' shader"),

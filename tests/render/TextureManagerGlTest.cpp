@@ -99,7 +99,8 @@ TEST_F(TextureManagerGlTest, UnknownAndBadFilesGiveTextureZeroQuietly)
 
     ScratchDirectory scratch(false);
     std::filesystem::create_directories("data/textures");
-    const std::string good = readBytes(std::string(BLOTCH_SOURCE_DIR) + "/data/textures/menu02.png");
+    const std::string good =
+        readBytes(std::string(BLOTCH_SOURCE_DIR) + "/data/textures/menu02.png");
     ASSERT_GT(good.size(), 1000u);
 
     testing::internal::CaptureStdout();
@@ -108,7 +109,8 @@ TEST_F(TextureManagerGlTest, UnknownAndBadFilesGiveTextureZeroQuietly)
     for (size_t cut : {size_t(0), size_t(8), size_t(33), good.size() / 3, good.size() - 12})
     {
         std::ofstream("data/textures/cut.png", std::ios::binary) << good.substr(0, cut);
-        textures.loadFile("data/textures/cut.png", "cut" + std::to_string(cut), GL_BGR, GL_RGBA, 0, 0);
+        textures.loadFile("data/textures/cut.png", "cut" + std::to_string(cut), GL_BGR, GL_RGBA, 0,
+                          0);
     }
     std::string damaged = good;
     for (size_t i = 40; i < damaged.size(); i += 997)
@@ -125,8 +127,9 @@ TEST_F(TextureManagerGlTest, UnknownAndBadFilesGiveTextureZeroQuietly)
 
     // A 32-bit picture read as 24-bit would be uploaded from the wrong number of bytes: refused.
     testing::internal::CaptureStderr();
-    const bool loaded = textures.loadFile(std::string(BLOTCH_SOURCE_DIR) + "/data/textures/paint01.png",
-                                          "paint-as-bgr", GL_BGR, GL_RGBA, 0, 0);
+    const bool loaded =
+        textures.loadFile(std::string(BLOTCH_SOURCE_DIR) + "/data/textures/paint01.png",
+                          "paint-as-bgr", GL_BGR, GL_RGBA, 0, 0);
     EXPECT_FALSE(loaded);
     EXPECT_NE(testing::internal::GetCapturedStderr().find("paint-as-bgr"), std::string::npos);
 }

@@ -27,7 +27,8 @@ protected:
         ShaderManager::instance();
         testing::internal::GetCapturedStderr();
         // The camera at the origin looking down -z.
-        Frustum::instance().update(math::perspective(45.0f, 4.0f / 3.0f, 0.1f, 200.0f), math::identity());
+        Frustum::instance().update(math::perspective(45.0f, 4.0f / 3.0f, 0.1f, 200.0f),
+                                   math::identity());
         glGenQueries(1, &query);
     }
     void TearDown() override
@@ -113,9 +114,11 @@ TEST_F(DecalGlTest, FiltersFollowTheSwitchesAndOtherValuesKeepThem)
 {
     std::unique_ptr<Decal> d = decal(1, 4, -10.0f);
     Settings& settings = Settings::instance();
-    auto filters = [&](GLint& mag, GLint& min) {
+    auto filters = [&](GLint& mag, GLint& min)
+    {
         d->draw(nullptr);
-        glBindTexture(GL_TEXTURE_2D, TextureManager::instance().get("paint0" + std::to_string(d->getTextureIndex() + 1)));
+        glBindTexture(GL_TEXTURE_2D, TextureManager::instance().get(
+                                         "paint0" + std::to_string(d->getTextureIndex() + 1)));
         glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, &mag);
         glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &min);
         glBindTexture(GL_TEXTURE_2D, 0);

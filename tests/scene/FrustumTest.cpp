@@ -42,7 +42,8 @@ TEST_F(FrustumTest, BoxesBehindOrBesideTheCameraAreCulled)
     EXPECT_FALSE(f.isVisible(Bounds::fromMinMax({-40, 30, -11}, {40, 60, -9})));
 
     // Turning the camera round brings the box behind it into view.
-    const Mat4 turned = math::toMat4(math::toMat3(math::axisAngle({0, 1, 0}, 180.0f / math::DEG_TO_RAD)));
+    const Mat4 turned =
+        math::toMat4(math::toMat3(math::axisAngle({0, 1, 0}, 180.0f / math::DEG_TO_RAD)));
     f.update(f.projection, turned);
     EXPECT_TRUE(f.isVisible(Bounds::fromMinMax({-1, -1, 9}, {1, 1, 11})));
     EXPECT_FALSE(f.isVisible(Bounds::fromMinMax({-1, -1, -11}, {1, 1, -9})));

@@ -82,7 +82,8 @@ public:
 // Two triangles forming a floor square, with normals and UVs.
 std::unique_ptr<Level> floorLevel()
 {
-    const float v[] = {-5, 3, -5, 1, -5, 3, 5, 1, 5, 3, 5, 1, -5, 3, -5, 1, 5, 3, 5, 1, 5, 3, -5, 1};
+    const float v[] = {-5, 3, -5, 1, -5, 3, 5, 1, 5, 3, 5,  1,
+                       -5, 3, -5, 1, 5,  3, 5, 1, 5, 3, -5, 1};
     auto vertices = std::make_unique<float[]>(24);
     std::copy(std::begin(v), std::end(v), vertices.get());
     auto normals = std::make_unique<float[]>(18);
@@ -105,7 +106,8 @@ TEST_F(SceneGlTest, SphereMeshIsClosedAndRound)
     const float* v = mesh.vertices.get();
     for (int i = 0; i < SphereMesh::VERTEX_COUNT; ++i)
     {
-        const float d = std::sqrt(v[i * 4] * v[i * 4] + v[i * 4 + 1] * v[i * 4 + 1] + v[i * 4 + 2] * v[i * 4 + 2]);
+        const float d = std::sqrt(v[i * 4] * v[i * 4] + v[i * 4 + 1] * v[i * 4 + 1] +
+                                  v[i * 4 + 2] * v[i * 4 + 2]);
         ASSERT_NEAR(d, radius, 1e-5f) << "vertex " << i;
         ASSERT_EQ(v[i * 4 + 3], 1.0f);
     }
@@ -126,7 +128,8 @@ TEST_F(SceneGlTest, SphereMeshIsClosedAndRound)
         const float* c = v + n[t * 3 + 2] * 4;
         const Vec3 normal = math::cross({b[0] - a[0], b[1] - a[1], b[2] - a[2]},
                                         {c[0] - a[0], c[1] - a[1], c[2] - a[2]});
-        const Vec3 centre{(a[0] + b[0] + c[0]) / 3, (a[1] + b[1] + c[1]) / 3, (a[2] + b[2] + c[2]) / 3};
+        const Vec3 centre{(a[0] + b[0] + c[0]) / 3, (a[1] + b[1] + c[1]) / 3,
+                          (a[2] + b[2] + c[2]) / 3};
         ASSERT_GT(math::dot(normal, centre), 0.0f) << "triangle " << t;
     }
 

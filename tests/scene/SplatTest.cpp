@@ -1,7 +1,7 @@
+#include "scene/Splat.h"
 #include "physics/PhysicsWorld.h"
 #include "scene/FbxLoader.h"
 #include "scene/Level.h"
-#include "scene/Splat.h"
 
 #include <gtest/gtest.h>
 
@@ -115,7 +115,9 @@ TEST_F(SplatTest, AFloorHitCoversTheThreeMetreSquare)
     {
         for (const DecalVertex& c : p)
         {
-            const float expectedV = 0.5f + math::dot({c.x - hit.x, 0, c.z - hit.z}, splat::frame(hit, {0, 1, 0}).bitangent) / 3.0f;
+            const float expectedV = 0.5f + math::dot({c.x - hit.x, 0, c.z - hit.z},
+                                                     splat::frame(hit, {0, 1, 0}).bitangent) /
+                                               3.0f;
             EXPECT_NEAR(c.v, expectedV, 1e-5f);
         }
     }
@@ -138,8 +140,10 @@ TEST_F(SplatTest, AHitNextToAWallPaintsBothAndNothingFacingAway)
         EXPECT_FALSE(p[0].nz < -0.5f) << "the wall's back faces away and gets no paint";
         for (const DecalVertex& c : p)
         {
-            const float offPlane = math::dot({c.x, c.y - 0.2f, c.z + 0.8f}, math::normalize({0, 1, 1}));
-            EXPECT_LE(std::fabs(offPlane), 0.5f + 1e-5f) << "paint reaches only 0.5 off the hit plane";
+            const float offPlane =
+                math::dot({c.x, c.y - 0.2f, c.z + 0.8f}, math::normalize({0, 1, 1}));
+            EXPECT_LE(std::fabs(offPlane), 0.5f + 1e-5f)
+                << "paint reaches only 0.5 off the hit plane";
         }
     }
     EXPECT_TRUE(floor);
@@ -167,7 +171,8 @@ TEST_F(SplatTest, TheTreeFindsExactlyWhatAScanFinds)
     const int count = loader.vertexCount;
     const std::vector<float> copy(loader.vertices.get(), loader.vertices.get() + count * 4);
     auto level = std::make_unique<Level>();
-    level->setMesh(std::move(loader.vertices), std::move(loader.normals), std::move(loader.uvs), count);
+    level->setMesh(std::move(loader.vertices), std::move(loader.normals), std::move(loader.uvs),
+                   count);
     testing::internal::CaptureStderr();
     ASSERT_TRUE(level->buildPhysics());
     testing::internal::GetCapturedStderr();
@@ -186,9 +191,11 @@ TEST_F(SplatTest, TheTreeFindsExactlyWhatAScanFinds)
             a = 1.0f - a;
             b = 1.0f - b;
         }
-        const Vec3 p{v[0] + a * (v[4] - v[0]) + b * (v[8] - v[0]), v[1] + a * (v[5] - v[1]) + b * (v[9] - v[1]),
+        const Vec3 p{v[0] + a * (v[4] - v[0]) + b * (v[8] - v[0]),
+                     v[1] + a * (v[5] - v[1]) + b * (v[9] - v[1]),
                      v[2] + a * (v[6] - v[2]) + b * (v[10] - v[2])};
-        const Vec3 n = math::cross({v[4] - v[0], v[5] - v[1], v[6] - v[2]}, {v[8] - v[0], v[9] - v[1], v[10] - v[2]});
+        const Vec3 n = math::cross({v[4] - v[0], v[5] - v[1], v[6] - v[2]},
+                                   {v[8] - v[0], v[9] - v[1], v[10] - v[2]});
         if (math::dot(n, n) < 1e-12f)
         {
             continue;

@@ -139,7 +139,8 @@ bool GameProcess::start(const std::vector<std::string>& environment)
             putenv(const_cast<char*>(entry.c_str()));
         }
         // Unbuffered output, so the test sees each line as the game writes it.
-        execl("/usr/bin/stdbuf", "stdbuf", "-o0", "-e0", BLOTCH_BINARY, static_cast<char*>(nullptr));
+        execl("/usr/bin/stdbuf", "stdbuf", "-o0", "-e0", BLOTCH_BINARY,
+              static_cast<char*>(nullptr));
         execl(BLOTCH_BINARY, BLOTCH_BINARY, static_cast<char*>(nullptr));
         _exit(127);
     }
@@ -243,8 +244,14 @@ bool GameProcess::waitForMatch(double seconds)
     return false;
 }
 
-std::string GameProcess::errorText() const { return readFile(dir + "/stderr.txt"); }
-std::string GameProcess::outputText() const { return readFile(dir + "/stdout.txt"); }
+std::string GameProcess::errorText() const
+{
+    return readFile(dir + "/stderr.txt");
+}
+std::string GameProcess::outputText() const
+{
+    return readFile(dir + "/stdout.txt");
+}
 
 unsigned long GameProcess::window(double seconds)
 {
@@ -272,7 +279,8 @@ void GameProcess::focus()
 {
     if (window())
     {
-        runCommand("timeout 5 xdotool windowfocus --sync " + std::to_string(windowId) + " 2>/dev/null");
+        runCommand("timeout 5 xdotool windowfocus --sync " + std::to_string(windowId) +
+                   " 2>/dev/null");
     }
 }
 

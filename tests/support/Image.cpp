@@ -69,7 +69,8 @@ Image resized(const Image& image, int width, int height)
             for (int c = 0; c < 3; ++c)
             {
                 const float top = image.pixel(x0, y0)[c] * (1 - fx) + image.pixel(x1, y0)[c] * fx;
-                const float bottom = image.pixel(x0, y1)[c] * (1 - fx) + image.pixel(x1, y1)[c] * fx;
+                const float bottom =
+                    image.pixel(x0, y1)[c] * (1 - fx) + image.pixel(x1, y1)[c] * fx;
                 out.rgb[(static_cast<size_t>(y) * width + x) * 3 + c] =
                     static_cast<uint8_t>(std::lround(top * (1 - fy) + bottom * fy));
             }
@@ -118,7 +119,8 @@ int countDifferent(const Image& a, const Image& b, int threshold)
     {
         for (int c = 0; c < 3; ++c)
         {
-            if (std::abs(static_cast<int>(a.rgb[i + c]) - static_cast<int>(b.rgb[i + c])) > threshold)
+            if (std::abs(static_cast<int>(a.rgb[i + c]) - static_cast<int>(b.rgb[i + c])) >
+                threshold)
             {
                 ++count;
                 break;
@@ -147,4 +149,7 @@ Image crop(const Image& image, int x0, int y0, int x1, int y1)
     return out;
 }
 
-Image worldView(const Image& image) { return crop(image, 0, 60, image.width, 672); }
+Image worldView(const Image& image)
+{
+    return crop(image, 0, 60, image.width, 672);
+}

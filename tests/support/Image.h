@@ -12,7 +12,10 @@ struct Image
     std::vector<uint8_t> rgb; // width * height * 3
 
     bool empty() const { return rgb.empty(); }
-    const uint8_t* pixel(int x, int y) const { return &rgb[(static_cast<size_t>(y) * width + x) * 3]; }
+    const uint8_t* pixel(int x, int y) const
+    {
+        return &rgb[(static_cast<size_t>(y) * width + x) * 3];
+    }
 };
 
 // Any image FreeImage reads, converted to RGB; empty when the file cannot be read.
