@@ -43,9 +43,11 @@ Timing timeFrames(Game& game)
     return {ms[ms.size() / 2], ms[ms.size() * 9 / 10]};
 }
 
-// Paints the level at random points of random triangles until it holds COUNT decals.
-void paintUpTo(Level& level, size_t count, std::mt19937& random)
+// Paints the level at random points of random triangles until it holds COUNT decals; returns
+// how many polygons (one fan draw each) were added.
+size_t paintUpTo(Level& level, size_t count, std::mt19937& random)
 {
+    size_t polygons = 0;
     const float* v = level.getVertices();
     std::uniform_int_distribution<int> pick(0, level.getVertexCount() / 3 - 1);
     std::uniform_real_distribution<float> unit(0.0f, 1.0f);
@@ -65,8 +67,10 @@ void paintUpTo(Level& level, size_t count, std::mt19937& random)
                      t[2] + a * (t[6] - t[2]) + b * (t[10] - t[2])};
         const Vec3 n = math::cross({t[4] - t[0], t[5] - t[1], t[6] - t[2]},
                                    {t[8] - t[0], t[9] - t[1], t[10] - t[2]});
+        polygons += level.cutSplat(p, n).size();
         level.paintHit(p, n, colours[level.decalCount() % 4]);
     }
+    return polygons;
 }
 } // namespace
 
@@ -94,16 +98,18 @@ int main()
     SDL_Delay(3100); // past the lit start: the flat pass is what a match mostly draws
 
     std::mt19937 random(11);
-    std::printf("decals  culled: median / p90 ms   not culled: median / p90 ms\n");
+    std::printf("decals  polygons  culled: median / p90 ms   not culled: median / p90 ms\n");
+    size_t polygons = 0;
     for (size_t decals : {size_t(0), size_t(500), size_t(2000)})
     {
-        paintUpTo(*game.getLevel(), decals, random);
+        polygons += paintUpTo(*game.getLevel(), decals, random);
         const Timing culled = timeFrames(game);
         Settings::instance().toggle("frustum");
         const Timing all = timeFrames(game);
         Settings::instance().toggle("frustum");
-        std::printf("%6zu  %8.2f / %6.2f          %8.2f / %6.2f\n", game.getLevel()->decalCount(),
-                    culled.median, culled.p90, all.median, all.p90);
+        std::printf("%6zu  %8zu  %8.2f / %6.2f          %8.2f / %6.2f\n",
+                    game.getLevel()->decalCount(), polygons, culled.median, culled.p90, all.median,
+                    all.p90);
         std::fflush(stdout);
     }
     // The same view through the motion-blur passes (culling on, all the decals above).
