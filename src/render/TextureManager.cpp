@@ -120,6 +120,8 @@ void TextureManager::create(const std::string& name, int width, int height)
     textures[name] = id;
 }
 
+void TextureManager::forget(const std::string& name) { textures.erase(name); }
+
 unsigned int TextureManager::get(const std::string& name)
 {
     return textures[name];

@@ -28,6 +28,9 @@ public:
     // An empty RGBA8 render target with nearest filtering. Replaces (without deleting) any
     // texture stored under NAME.
     void create(const std::string& name, int width, int height);
+    // Drops NAME from the registry without deleting its texture: for render targets whose owner
+    // deletes them itself.
+    void forget(const std::string& name);
     // The GL texture name; an unknown name is recorded with 0, which also stops later loads of
     // that name from retrying a file that was not there.
     unsigned int get(const std::string& name);

@@ -108,6 +108,12 @@ void MotionBlur::release()
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
     glDeleteTextures(1, &motionTexture);
     glDeleteTextures(1, &frameTexture);
+    // The registry must not hand out (or delete again) names GL may give to new textures.
+    if (TextureManager::exists())
+    {
+        TextureManager::instance().forget(MOTION_TEXTURE);
+        TextureManager::instance().forget(FRAME_TEXTURE);
+    }
     glDeleteRenderbuffers(1, &depthRenderbuffer);
     glDeleteFramebuffers(1, &framebuffer);
     motionTexture = frameTexture = depthRenderbuffer = framebuffer = 0;

@@ -176,6 +176,10 @@ TEST_F(MotionBlurGlTest, AnIncompleteFramebufferIsReportedAndLaterFramesAreDrawn
     const std::string out = testing::internal::GetCapturedStdout();
     EXPECT_EQ(out.rfind("error with framebuffer\nerror with ", 0), 0u) << out;
     EXPECT_FALSE(game.getMotionBlur()->ready());
+    const size_t registered = TextureManager::instance().size();
+    TextureManager::instance().get("motionblur2");
+    EXPECT_EQ(TextureManager::instance().size(), registered + 1)
+        << "the deleted target is still listed";
 
     // The switch stays on; the game shows the ordinary frame from now on.
     testing::internal::CaptureStdout();
