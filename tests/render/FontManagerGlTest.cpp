@@ -10,6 +10,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <vector>
 
 namespace
@@ -161,4 +164,30 @@ TEST_F(FontManagerGlTest, LoadsEachFontOnceAndReportsUnreadableOnes)
         EXPECT_FALSE(fonts.has(name));
         EXPECT_EQ(drawn(name, 0.0f, 0.0f, "HUD", FontManager::ALIGN_LEFT).count, 0);
     }
+
+    // A good descriptor with a cut or damaged page: the font loads; its page is either refused
+    // (texture 0) or decoded, and drawing with it is safe.
+    const std::string source = std::string(BLOTCH_SOURCE_DIR) + "/data/fonts/" + BIG;
+    std::ifstream descriptorFile(source + ".fnt", std::ios::binary);
+    const std::string descriptor{std::istreambuf_iterator<char>(descriptorFile), {}};
+    std::ifstream pageFile(source + "_0.tga", std::ios::binary);
+    const std::string page{std::istreambuf_iterator<char>(pageFile), {}};
+    ASSERT_GT(page.size(), 1000u);
+    std::string scrambled = page;
+    for (size_t i = 0; i < scrambled.size(); i += 97)
+    {
+        scrambled[i] = static_cast<char>(scrambled[i] ^ 0x3c);
+    }
+    const std::string pages[] = {"", page.substr(0, 18), page.substr(0, page.size() / 2),
+                                 scrambled};
+    for (size_t k = 0; k < std::size(pages); ++k)
+    {
+        const std::string name = "damaged" + std::to_string(k);
+        std::ofstream("data/fonts/" + name + ".fnt", std::ios::binary) << descriptor;
+        std::ofstream("data/fonts/" + name + "_0.tga", std::ios::binary) << pages[k];
+        quietly([&] { EXPECT_TRUE(fonts.load(name)) << name; });
+        EXPECT_TRUE(fonts.has(name));
+        quietly([&] { drawn(name, 0.0f, 0.0f, "HUD", FontManager::ALIGN_LEFT); });
+    }
+    EXPECT_EQ(TextureManager::instance().get("damaged0"), 0u); // an empty page is refused
 }
