@@ -100,23 +100,6 @@ TEST_F(PlayTest, StandsStillThrowsAndFallsOffTheEdge)
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
 
-TEST_F(PlayTest, AMissingLevelIsReportedAndEscapeStillQuits)
-{
-    game.removeData("fbx/level.fbx");
-    startMatch();
-    EXPECT_TRUE(game.waitForOutput("Reading File failed: ", 5.0)) << game.outputText();
-    EXPECT_TRUE(game.waitForError("[ERROR] There is no level to play on: ", 5.0));
-    EXPECT_NE(game.errorText().find("[ERROR] Triangle Mesh is not valid!\n"), std::string::npos);
-    game.click(1); // nothing to throw from
-    game.waitExit(1.0);
-    const std::string err = game.errorText();
-    EXPECT_EQ(err.find("There is no level"), err.rfind("There is no level"))
-        << "reported more than once";
-    EXPECT_EQ(err.find(")\n"), std::string::npos);
-    game.key("Escape");
-    EXPECT_EQ(game.waitExit(10.0), 0);
-}
-
 TEST_F(PlayTest, ACorruptLevelIsReportedAndEscapeStillQuits)
 {
     std::string bytes = smallFloor();

@@ -123,29 +123,6 @@ TEST_F(StartupTest, ClosingTheWindowQuitsCleanly)
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
 
-TEST_F(StartupTest, ReturnLeavesTheMenuForTheMatch)
-{
-    GameProcess game;
-    ASSERT_TRUE(game.start());
-    ASSERT_TRUE(game.waitForError(STARTED, GameProcess::START_SECONDS));
-    double difference = 0.0;
-    ASSERT_TRUE(
-        waitForPicture(game, expectedMenu("menu01"), shotPath(game, "menu"), 6.0, &difference));
-    game.key("Return");
-    // The game keeps its own copies of these programs, built when the match loads.
-    for (const char* name : {"minimal_nolight", "mbpreprocess", "mbpostprocess"})
-    {
-        EXPECT_TRUE(game.waitForError(std::string("[SUCCESS] Shader '") + name + "'",
-                                      GameProcess::START_SECONDS))
-            << name;
-    }
-    game.waitExit(1.0);
-    ASSERT_TRUE(game.screenshot(shotPath(game, "match")));
-    EXPECT_GT(meanDifference(loadImage(shotPath(game, "match")), expectedMenu("menu01")), 20.0);
-    game.key("Escape");
-    EXPECT_EQ(game.waitExit(10.0), 0);
-}
-
 TEST_F(StartupTest, WithoutADisplayItSaysSoAndExitsWithZero)
 {
     GameProcess game;

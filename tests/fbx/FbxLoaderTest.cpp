@@ -133,47 +133,6 @@ TEST(FbxLoader, TheLastMeshNodeLeavesItsArrays)
     EXPECT_EQ(text(loader.vertices.get(), 12), "5 5 5 1 6 5 5 1 5 6 5 1");
 }
 
-TEST(FbxLoader, PerVertexLinesOnlyWithVerbose)
-{
-    const std::string file = twoTriangles(
-        layerElement("Normal", 0, "ByPolygonVertex", "Direct",
-                     "Normals: *18 {a: 0,0,1,0,0,1,0,0,1,0,0,1,0,0,1,0,0,1}") +
-            layerElement("UV", 0, "ByPolygonVertex", "Direct",
-                         "UV: *12 {a: 0,0,1,0,1,1,0,0,1,1,0,1}") +
-            layerElement("Color", 0, "ByPolygonVertex", "Direct",
-                         "Colors: *24 {a: 1,0,0,1,1,0,0,1,1,0,0,1,1,0,0,1,1,0,0,1,1,0,0,1}") +
-            layerElement("Visibility", 0, "ByEdge", "Direct", "Visibility: *5 {a: 1,1,0,1,1}"),
-        layerOf(0, {{"Normal", 0}, {"UV", 0}, {"Color", 0}, {"Visibility", 0}}));
-    const char* perVertex[] = {
-        "    Control Points\n",
-        "        Control Point 0\n",
-        "            Coordinates: 0.000000, 0.000000, 0.000000\n",
-        "    Polygons\n",
-        "        Polygon 1\n",
-        "            Index: 2\n",
-        "            Normal Vector (on layer 0): 0.000000, 0.000000, 1.000000,\n",
-        "            Color vertex (on layer 0): (red) 1.000000, (green) 0.000000, (blue) "
-        "0.000000\n",
-        "            Texture UV (on layer 0): 1.000000, 1.000000\n",
-        "    Edge Visibility (on layer 0):\n",
-        "            Edge visibility: false\n"};
-    FbxLoader quiet, loud;
-    loud.verbose = true;
-    const std::string report = importText(quiet, file);
-    const std::string verboseReport = importText(loud, file);
-    for (const char* line : perVertex)
-    {
-        EXPECT_FALSE(contains(report, line)) << line;
-        EXPECT_TRUE(contains(verboseReport, line)) << line;
-    }
-    // The same arrays either way.
-    ASSERT_EQ(loud.vertexCount, 6);
-    ASSERT_EQ(quiet.vertexCount, 6);
-    EXPECT_EQ(
-        text(loud.vertices.get(), 24) + text(loud.normals.get(), 18) + text(loud.uvs.get(), 12),
-        text(quiet.vertices.get(), 24) + text(quiet.normals.get(), 18) + text(quiet.uvs.get(), 12));
-}
-
 TEST(FbxLoader, PolygonsAreFanned)
 {
     // A pentagon, a line, a point, a triangle: corners (0, k, k + 1); fewer than three skipped.
@@ -233,42 +192,4 @@ TEST(FbxLoader, FailedImportsSayWhyAndLeaveNothing)
         EXPECT_EQ(loader.vertexCount, 0);
         EXPECT_TRUE(!loader.vertices && !loader.normals && !loader.uvs);
     }
-}
-
-TEST(FbxLoader, ReportOfTheMayaCube)
-{
-    SKIP_WITHOUT_SAMPLES();
-    testing::internal::CaptureStdout();
-    FbxLoader loader;
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "\n-------FBX Loader-------------\nFBX version number for this FBX SDK is 1.0.0\n\n");
-    const std::string path = samplePath("maya_cube_7400_ascii.fbx");
-    const std::string report = import(loader, path);
-    const std::string expected[] = {
-        "\n-------loading the scene\nReading File succeeded\n",
-        "\nFBX version number for file " + path + " is 7.4.0\n\n",
-        "File Format recognized\n",
-        "Take Information\n   Number of takes: 1\n   Current take: \"Take 001\"\n",
-        "    Take 0\n         Name: \"Take 001\"\n         Description: \"\"\n"
-        "         Import Name: \"Take 001\"\n         Import State: true\n",
-        "Importing File succeeded\n",
-        "Meta-Data",
-        "    Title: \n    Subject: \n    Author: \n    Keywords: \n    Revision: \n    Comment: \n",
-        "Hierarchy\n---------------------\n\npCube1\n",
-        "Node Content",
-        "Node is a Mesh\nMesh Name: pCube1\n",
-        "    Geometric Transformations\n        Translation: 0.000000 0.000000 0.000000\n"
-        "        Rotation:    0.000000 0.000000 0.000000\n"
-        "        Scaling:     1.000000 1.000000 1.000000\n",
-    };
-    size_t at = 0;
-    for (const std::string& part : expected)
-    {
-        size_t found = report.find(part, at);
-        ASSERT_NE(found, std::string::npos) << "missing, or out of order:\n"
-                                            << part << "\nin:\n"
-                                            << report;
-        at = found + part.size();
-    }
-    EXPECT_FALSE(contains(report, "Format: RGB"));
 }

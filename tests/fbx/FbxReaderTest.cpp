@@ -18,14 +18,6 @@ using namespace fbxtest;
 namespace
 {
 
-const Node* nodeNamed(const Document& d, std::string_view name)
-{
-    for (int n : d.walkOrder())
-        if (d.nodes()[n].name == name)
-            return &d.nodes()[n];
-    return nullptr;
-}
-
 // Everything a record tree holds, as text: names, values and children, not where they sit.
 void describe(const Record& r, std::ostream& out)
 {
@@ -88,31 +80,6 @@ std::string describe(const Document& d, bool all)
 
 } // namespace
 
-TEST(FbxReader, EverySampleParsesAtTheVersionInItsName)
-{
-    SKIP_WITHOUT_SAMPLES();
-    int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(samplesDir()))
-    {
-        const std::string name = entry.path().filename().string();
-        if (entry.path().extension() != ".fbx")
-            continue;
-        ++count;
-        Result<Document> doc = Document::load(samplePath(name));
-        if (name == "synthetic_node_depth_fail_7400_binary.fbx")
-        {
-            // Absurd nesting: an error naming the record and the byte, not a stack overflow.
-            EXPECT_TRUE(!doc && doc.error().text().find(" at byte ") != std::string::npos);
-            continue;
-        }
-        ASSERT_TRUE(doc.ok()) << name << ": " << doc.error().text();
-        std::smatch version;
-        ASSERT_TRUE(std::regex_search(name, version, std::regex("_([0-9]{4})_")));
-        EXPECT_EQ(doc->version(), std::stoul(version[1])) << name;
-    }
-    EXPECT_GE(count, 15);
-}
-
 TEST(FbxReader, TwinFilesGiveTheSameDocument)
 {
     SKIP_WITHOUT_SAMPLES();
@@ -169,110 +136,6 @@ TEST(FbxReader, PositionsMatchTheObjExports)
             EXPECT_LT(nearest, 1e-5) << fbxName << " point " << i / 3;
         }
     }
-}
-
-TEST(FbxReader, NodesInWalkOrderWithTheirAttributeTypes)
-{
-    SKIP_WITHOUT_SAMPLES();
-    using A = AttributeType;
-    // Names indented by depth. Connection order is child order; "curve1" hangs off a NURBS
-    // surface, not off a node, so it is not in the hierarchy.
-    const std::vector<std::string> zooNames = {
-        "Null",         "Mesh",       "Bone",         "Camera",    "Light",
-        "StereoCamera", "NurbsCurve", "NurbsSurface", "NurbsTrim", "LodGroup",
-        " LOD_0",       "  pSphere1", " LOD_1",       "  pSphere1"};
-    const std::vector<A> zooTypes = {
-        A::Null,       A::Mesh,         A::Skeleton,         A::Camera,   A::Light, A::CameraStereo,
-        A::NurbsCurve, A::NurbsSurface, A::TrimNurbsSurface, A::LodGroup, A::Null,  A::Mesh,
-        A::Null,       A::Mesh};
-    const std::vector<std::string> blenderNames = {"Cube", "Lamp", "Camera"};
-    const std::vector<A> blenderTypes = {A::Mesh, A::Light, A::Camera};
-    const std::tuple<const char*, std::vector<std::string>, std::vector<A>> files[] = {
-        {"blender_279_default_7400_binary.fbx", blenderNames, blenderTypes},
-        {"blender_279_default_6100_ascii.fbx", blenderNames, blenderTypes},
-        {"maya_node_attribute_zoo_7500_binary.fbx", zooNames, zooTypes},
-    };
-    for (const auto& [name, expectedNames, expectedTypes] : files)
-    {
-        std::optional<Document> doc = loadSample(name);
-        ASSERT_TRUE(doc);
-        std::vector<std::string> names;
-        std::vector<A> types;
-        for (int n : doc->walkOrder())
-        {
-            const Node& node = doc->nodes()[n];
-            names.push_back(std::string(node.depth, ' ') + node.name);
-            types.push_back(node.hasAttribute ? node.attributeType : A::Unknown);
-        }
-        EXPECT_EQ(names, expectedNames) << name;
-        EXPECT_EQ(types, expectedTypes) << name;
-    }
-}
-
-TEST(FbxReader, ThumbnailAndTakes)
-{
-    SKIP_WITHOUT_SAMPLES();
-    std::optional<Document> mb = loadSample("motionbuilder_thumbnail_7700_binary.fbx");
-    ASSERT_TRUE(mb && mb->documentInfo() && mb->documentInfo()->thumbnail);
-    const Thumbnail& thumbnail = *mb->documentInfo()->thumbnail;
-    EXPECT_EQ(thumbnail.format, 1); // RGBA
-    EXPECT_EQ(thumbnail.size, 128);
-    EXPECT_EQ(thumbnail.data.size(), 128u * 128u * 4u);
-
-    // Blender 2.79's 7.4 exporter writes an empty Takes section.
-    const std::tuple<const char*, std::string, size_t, int64_t> takes[] = {
-        {"motionbuilder_thumbnail_7700_binary.fbx", "Take 001", 1, 230930790000},
-        {"blender_279_default_6100_ascii.fbx", "Default Take", 1, 479181389250},
-        {"blender_279_default_7400_binary.fbx", "", 0, 0},
-    };
-    for (const auto& [name, current, count, stop] : takes)
-    {
-        std::optional<Document> doc = loadSample(name);
-        ASSERT_TRUE(doc);
-        EXPECT_EQ(doc->currentTake(), current) << name;
-        ASSERT_EQ(doc->takes().size(), count) << name;
-        for (const Take& take : doc->takes())
-            EXPECT_EQ(std::tie(take.name, take.localStop), std::tie(current, stop)) << name;
-    }
-}
-
-TEST(FbxReader, GeometricTransformsWithTemplateDefaults)
-{
-    SKIP_WITHOUT_SAMPLES();
-    std::optional<Document> doc = loadSample("max_geometry_transform_7700_binary.fbx");
-    ASSERT_TRUE(doc);
-    const Node* box1 = nodeNamed(*doc, "Box001");
-    const Node* box2 = nodeNamed(*doc, "Box002");
-    ASSERT_TRUE(box1 && box2);
-    EXPECT_NEAR(box1->geometricTranslation[1], -2.1855696e-07, 1e-12);
-    EXPECT_DOUBLE_EQ(box1->geometricTranslation[2], 10.0);
-    EXPECT_DOUBLE_EQ(box1->geometricRotation[1], 90.0);
-    EXPECT_EQ(box1->geometricScaling, (std::array<double, 3>{1, 1, 2}));
-    // Box002 writes only a translation; rotation and scaling come from the FbxNode template.
-    EXPECT_NEAR(box2->geometricTranslation[0], 10.0, 1e-5);
-    EXPECT_EQ(box2->geometricRotation, (std::array<double, 3>{0, 0, 0}));
-    EXPECT_EQ(box2->geometricScaling, (std::array<double, 3>{1, 1, 1}));
-    EXPECT_NE(doc->findProperty(*box2->model, "GeometricScaling"), nullptr);
-}
-
-TEST(FbxReader, MissingNormalsAreAbsent)
-{
-    SKIP_WITHOUT_SAMPLES();
-    // The layer lists a LayerElementNormal that the geometry does not have.
-    std::optional<Document> doc = loadSample("synthetic_missing_normals_7400_ascii.fbx");
-    ASSERT_TRUE(doc);
-    EXPECT_TRUE(doc->meshes().at(0).elements(LayerElementKind::Normal).empty());
-    EXPECT_NE(doc->meshes().at(0).element(LayerElementKind::UV, 0), nullptr);
-
-    // A normal element without its Normals array is absent too.
-    AsciiMesh m{"mesh",
-                {0, 0, 0, 1, 0, 0, 0, 1, 0},
-                {0, 1, -3},
-                layerElement("Normal", 0, "ByPolygonVertex", "Direct", ""),
-                layerOf(0, {{"Normal", 0}})};
-    Result<Document> bare = Document::parse(bytesOf(asciiFile({m})));
-    ASSERT_TRUE(bare.ok()) << bare.error().text();
-    EXPECT_TRUE(bare->meshes().at(0).layerElements.empty());
 }
 
 // Hostile or broken files: each is an error naming the record and the byte, and none may

@@ -172,32 +172,3 @@ TEST_F(BallGlTest, ABallThatTouchesTheLevelIsGoneTheNextFrameAndOthersExpireAfte
     EXPECT_TRUE(level->getHits().empty());
     EXPECT_NEAR(frames / 60.0f, 10.0f, 0.05f);
 }
-
-TEST_F(BallGlTest, ThrowsRespectTheCooldownAndPickColoursEvenly)
-{
-    level = levelOf(floorAt(3.0f, 40.0f));
-    player = std::make_unique<Player>();
-    player->throwBall();
-    EXPECT_TRUE(player->getBalls().empty()) << "no throw before the first frame";
-    frame(0.01f);
-    player->throwBall();
-    player->throwBall();
-    EXPECT_EQ(player->getBalls().size(), 1u);
-    frame(0.2f);
-    player->throwBall();
-    EXPECT_EQ(player->getBalls().size(), 1u) << "0.21 s is inside the quarter-second cooldown";
-
-    std::srand(12345);
-    int counts[Player::COLOUR_COUNT] = {};
-    const int throws = 800;
-    for (int i = 0; i < throws; ++i)
-    {
-        frame(0.26f);
-        player->throwBall();
-        ++counts[player->getColourIndex()];
-    }
-    for (int c : counts)
-    {
-        EXPECT_NEAR(c, throws / 4, throws / 4 * 0.25) << "colours are not chosen evenly";
-    }
-}

@@ -50,25 +50,6 @@ protected:
 };
 } // namespace
 
-TEST_F(PhysicsWorldTest, StepsInFixedTicksAndZeroIsLegal)
-{
-    testing::internal::CaptureStderr();
-    PhysicsWorld& physics = PhysicsWorld::instance();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[LOADED] Physics SDK!"); // no line break
-    physics.step(0.1f); // no scene yet: nothing to do
-    dropBall();
-    int ticks = 0;
-    physics.setTickCallback([&ticks](btDynamicsWorld&) { ++ticks; });
-    physics.step(0.0f);
-    EXPECT_EQ(ticks, 0);
-    physics.step(1.0f / 60.0f);
-    EXPECT_EQ(ticks, 1);
-    physics.step(0.5f); // a long frame runs at most 8 ticks
-    EXPECT_EQ(ticks, 9);
-    EXPECT_LT(body->getWorldTransform().getOrigin().y(), 10.0f);
-    EXPECT_NEAR(body->getLinearVelocity().y(), -9.8f * 9 / 60.0f, 1e-3f);
-}
-
 TEST_F(PhysicsWorldTest, AViewerOnPort5425SeesTheBodiesMove)
 {
     listener = socket(AF_INET, SOCK_STREAM, 0);

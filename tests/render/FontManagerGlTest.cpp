@@ -99,52 +99,6 @@ protected:
 };
 } // namespace
 
-TEST_F(FontManagerGlTest, DrawsGlyphsWhereTheLayoutPutsThemAndAlignsOnTheAdvance)
-{
-    const Font& font = *FontManager::instance().find(BIG);
-    const std::vector<GlyphQuad> quads = layoutText(font, "HUD", nullptr);
-    const Ink ink = drawn(BIG, -100.0f, 50.0f, "HUD", FontManager::ALIGN_LEFT);
-    // The ink fills the quads' outline: "H" starts, and "D" ends, at its quad's edge.
-    EXPECT_NEAR(ink.minX, -100 + quads[0].positions[0], 1.5);
-    EXPECT_NEAR(ink.maxX + 1, -100 + quads[2].positions[4], 1.5);
-    EXPECT_NEAR(ink.minY, 50 + quads[0].positions[1], 1.5); // y grows downwards
-    EXPECT_NEAR(ink.maxY + 1, 50 + quads[0].positions[9], 1.5);
-
-    // The right glyph the right way up: a "U" is open at the top and closed at the bottom.
-    const Ink u = drawn(BIG, 0.0f, 0.0f, "U", FontManager::ALIGN_LEFT);
-    ASSERT_GT(u.count, 100);
-    EXPECT_GT(u.redAt((u.minX + u.maxX) / 2, u.minY + 2), 200);
-    EXPECT_LT(u.redAt((u.minX + u.maxX) / 2, u.maxY - 2), 50);
-
-    for (const std::string text : {"HUD", "AVATAR"}) // A-V, V-A and T-A are kerned
-    {
-        float advance = 0.0f;
-        layoutText(font, text, &advance);
-        const Ink left = drawn(BIG, 0.0f, 0.0f, text, FontManager::ALIGN_LEFT);
-        const Ink right = drawn(BIG, 0.0f, 0.0f, text, FontManager::ALIGN_RIGHT);
-        const Ink centre = drawn(BIG, 0.0f, 0.0f, text, FontManager::ALIGN_CENTRE);
-        EXPECT_EQ(right.minX, left.minX - advance) << text;
-        EXPECT_NEAR(centre.minX, left.minX - advance / 2, 1.0) << text;
-        EXPECT_LT(right.maxX, 0) << text; // no ink past the end of the last advance
-    }
-}
-
-TEST_F(FontManagerGlTest, WireframeDrawsWhiteFilledTextAndRestoresLines)
-{
-    const Ink black = drawn(BIG, -300.0f, 0.0f, "Wireframe 42", FontManager::ALIGN_LEFT);
-    quietly([] { Settings::instance().toggle("wireframe"); });
-    glPolygonMode(GL_FRONT_AND_BACK, GL_LINE);
-    const Ink white = drawn(BIG, -300.0f, 0.0f, "Wireframe 42", FontManager::ALIGN_LEFT, false);
-    // As much ink as the filled black text: outlined quads would show almost none.
-    EXPECT_NEAR(white.count, black.count, black.count / 50);
-    EXPECT_EQ(white.minX, black.minX);
-    GLint mode[2] = {};
-    glGetIntegerv(GL_POLYGON_MODE, mode);
-    EXPECT_EQ(mode[0], GL_LINE);
-    EXPECT_TRUE(glIsEnabled(GL_DEPTH_TEST));
-    glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
-}
-
 TEST_F(FontManagerGlTest, LoadsEachFontOnceAndReportsUnreadableOnes)
 {
     FontManager& fonts = FontManager::instance();

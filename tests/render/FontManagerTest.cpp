@@ -101,26 +101,6 @@ TEST(FontReaderTest, DamagedDescriptorsNeverBreakTheReader)
     }
 }
 
-TEST(TextLayoutTest, QuadsFollowThePenWithPageCoordinatesFromTheTop)
-{
-    float advance = 0.0f;
-    const std::vector<GlyphQuad> quads = layoutText(testFont(), "BA", &advance);
-    ASSERT_EQ(quads.size(), 2u);
-    EXPECT_EQ(advance, 18.0f);
-    // 'A' after B's advance of 8, moved by its offsets (1, 2); corners clockwise from top-left.
-    const float corners[16] = {9, 2, 0, 1, 17, 2, 0, 1, 17, 14, 0, 1, 9, 14, 0, 1};
-    const float u0 = 10.0f / 256, u1 = 18.0f / 256, top = 1 - 20.0f / 128, bottom = 1 - 32.0f / 128;
-    const float uv[8] = {u0, top, u1, top, u1, bottom, u0, bottom};
-    for (int i = 0; i < 16; ++i)
-    {
-        EXPECT_EQ(quads[1].positions[i], corners[i]) << i;
-    }
-    for (int i = 0; i < 8; ++i)
-    {
-        EXPECT_FLOAT_EQ(quads[1].texcoords[i], uv[i]) << i;
-    }
-}
-
 TEST(TextLayoutTest, KerningMovesTheRestAndHighBytesAreSkipped)
 {
     const Font font = testFont();

@@ -32,32 +32,6 @@ std::string readBytes(const std::string& path)
 }
 } // namespace
 
-TEST_F(TextureManagerGlTest, LoadsAPictureOnceWithMipmaps)
-{
-    TextureManager& textures = TextureManager::instance();
-    testing::internal::CaptureStdout();
-    textures.load("menu01", GL_BGR, "png");
-    textures.load("menu01", GL_BGR, "png");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Loaded Texture: menu01 (1024x768)\n");
-    EXPECT_EQ(textures.size(), 1u);
-
-    const GLuint id = textures.get("menu01");
-    ASSERT_NE(id, 0u);
-    glBindTexture(GL_TEXTURE_2D, id);
-    GLint width = 0, minFilter = 0, wrap = 0;
-    glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &width);
-    glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &minFilter);
-    glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, &wrap);
-    EXPECT_EQ(width, 1024);
-    EXPECT_EQ(minFilter, GL_LINEAR_MIPMAP_LINEAR);
-    EXPECT_EQ(wrap, GL_REPEAT);
-    // Mipmaps exist down to 1 x 1.
-    GLint smallest = 0;
-    glGetTexLevelParameteriv(GL_TEXTURE_2D, 10, GL_TEXTURE_WIDTH, &smallest);
-    EXPECT_EQ(smallest, 1);
-    glBindTexture(GL_TEXTURE_2D, 0);
-}
-
 TEST_F(TextureManagerGlTest, UnitsFollowNameOrderFromOne)
 {
     TextureManager& textures = TextureManager::instance();
@@ -69,26 +43,6 @@ TEST_F(TextureManagerGlTest, UnitsFollowNameOrderFromOne)
     EXPECT_EQ(textures.unit("c"), 3);
     // Two names for the same texture share the first one's unit.
     EXPECT_EQ(textures.unit("zz-unknown"), textures.unit("zz-unknown"));
-}
-
-TEST_F(TextureManagerGlTest, CreateReplacesWithoutDeleting)
-{
-    TextureManager& textures = TextureManager::instance();
-    textures.create("motionblur1", 1024, 768);
-    const GLuint first = textures.get("motionblur1");
-    textures.create("motionblur1", 1024, 768);
-    const GLuint second = textures.get("motionblur1");
-    EXPECT_NE(first, second);
-    EXPECT_EQ(textures.size(), 1u);
-    EXPECT_TRUE(glIsTexture(first));
-
-    glBindTexture(GL_TEXTURE_2D, second);
-    GLint filter = 0, height = 0;
-    glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, &filter);
-    glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &height);
-    EXPECT_EQ(filter, GL_NEAREST);
-    EXPECT_EQ(height, 768);
-    glBindTexture(GL_TEXTURE_2D, 0);
 }
 
 TEST_F(TextureManagerGlTest, UnknownAndBadFilesGiveTextureZeroQuietly)

@@ -175,33 +175,3 @@ TEST_F(SceneGlTest, LevelDrawsOnceAndPaintsOnlyInTheLitAndFlatPasses)
     Settings::instance().toggle("vbo");
     EXPECT_EQ(trianglesDrawn(*level, *flat), 2u);
 }
-
-TEST_F(SceneGlTest, ChainLinksCircleTheirCentreAtDistanceTwo)
-{
-    SphereChain chain({-57.0f, 5.0f, 35.0f}, 1.0f, true);
-    SphereChain* second = chain.append(0.5f);
-    std::vector<float> angles;
-    for (int frame = 0; frame < 120; ++frame)
-    {
-        chain.update(0.016f);
-        const Vec4 first = math::transform(chain.model, {0, 0, 0, 1});
-        const Vec4 link = math::transform(second->model, {0, 0, 0, 1});
-        ASSERT_NEAR(std::hypot(first.x + 57.0f, first.y - 5.0f), 2.0f, 1e-4f);
-        ASSERT_NEAR(first.z, 35.0f, 1e-5f);
-        ASSERT_NEAR(std::hypot(link.x - first.x, link.y - first.y), 2.0f, 1e-4f);
-        // No spin: the link's own axes stay those of the world.
-        ASSERT_NEAR(chain.model[0], 1.0f, 1e-5f);
-        ASSERT_NEAR(second->model[5], 1.0f, 1e-5f);
-        angles.push_back(std::atan2(first.y - 5.0f, first.x + 57.0f));
-    }
-    // The first link is reversed: it turns clockwise, the second counter-clockwise.
-    EXPECT_LT(std::remainder(angles[1] - angles[0], 2 * math::PI), 0.0f);
-    EXPECT_EQ(trianglesDrawn(*std::make_unique<SceneNode>(), *flat), 0u);
-    glUseProgram(flat->getProgram());
-    glBeginQuery(GL_PRIMITIVES_GENERATED, query);
-    chain.draw(flat.get());
-    glEndQuery(GL_PRIMITIVES_GENERATED);
-    GLuint drawn = 0;
-    glGetQueryObjectuiv(query, GL_QUERY_RESULT, &drawn);
-    EXPECT_EQ(drawn, 2u * 1984u);
-}

@@ -68,27 +68,6 @@ protected:
 };
 } // namespace
 
-TEST_F(SplatTest, FramesFollowTheSurface)
-{
-    const SplatFrame up = splat::frame({0, 0, 0}, {0, 2, 0}); // any length
-    EXPECT_NEAR(up.normal.y, 1.0f, 1e-7f);
-    EXPECT_NEAR(up.tangent.z, 1.0f, 1e-6f);
-    EXPECT_NEAR(up.tangent.y, 0.0f, 1e-6f);
-    EXPECT_NEAR(std::fabs(up.bitangent.x), 1.0f, 1e-6f);
-
-    for (float sign : {1.0f, -1.0f})
-    {
-        const SplatFrame side = splat::frame({0, 0, 0}, {sign, 0, 0});
-        EXPECT_NEAR(side.tangent.y, sign, 1e-6f) << "the sine-and-cosine branch";
-        EXPECT_NEAR(side.tangent.x, 0.0f, 1e-6f);
-    }
-
-    // A normal with an x part keeps its skewed tangent: unit length, not perpendicular.
-    const SplatFrame tilted = splat::frame({0, 0, 0}, {0.6f, 0.8f, 0.0f});
-    EXPECT_NEAR(math::dot(tilted.tangent, tilted.tangent), 1.0f, 1e-5f);
-    EXPECT_NEAR(math::dot(tilted.tangent, tilted.normal), 0.36f, 1e-5f);
-}
-
 TEST_F(SplatTest, AFloorHitCoversTheThreeMetreSquare)
 {
     std::unique_ptr<Level> level = levelOf(tiledFloor());

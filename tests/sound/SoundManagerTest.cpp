@@ -48,27 +48,6 @@ protected:
 };
 } // namespace
 
-TEST_F(SoundManagerTest, PlaysMusicShotsAndSplashesOnADevice)
-{
-    SoundManager& sound = start("dummy"); // a real mixer on a device that plays into nothing
-    ASSERT_TRUE(sound.hasOutput()) << startup;
-    EXPECT_EQ(startup, "");
-
-    testing::internal::CaptureStdout();
-    sound.playMusic();
-    for (int i = 0; i < 5; ++i)
-    {
-        EXPECT_TRUE(sound.playShot());
-    }
-    sound.playSplash();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_EQ(sound.getLastResult(), 0);
-    EXPECT_TRUE(Mix_PlayingMusic());
-    ASSERT_GE(sound.getSplashChannel(), 0);
-    EXPECT_TRUE(Mix_Playing(sound.getSplashChannel()));
-    EXPECT_GE(Mix_Playing(-1), 3); // the throws overlap
-}
-
 TEST_F(SoundManagerTest, ANewSplashCutsOnlyThePreviousSplash)
 {
     SoundManager& sound = start("dummy");

@@ -190,28 +190,18 @@ void GameProcess::kill()
     }
 }
 
-bool GameProcess::waitForText(bool error, const std::string& text, double seconds)
+bool GameProcess::waitForError(const std::string& text, double seconds)
 {
     const double end = now() + seconds;
     do
     {
-        if ((error ? errorText() : outputText()).find(text) != std::string::npos)
+        if (errorText().find(text) != std::string::npos)
         {
             return true;
         }
         pause(0.05);
     } while (now() < end);
     return false;
-}
-
-bool GameProcess::waitForError(const std::string& text, double seconds)
-{
-    return waitForText(true, text, seconds);
-}
-
-bool GameProcess::waitForOutput(const std::string& text, double seconds)
-{
-    return waitForText(false, text, seconds);
 }
 
 bool GameProcess::startMatch(double seconds)

@@ -35,9 +35,8 @@ public:
     // Starts the binary and waits until its main loop runs and its window is mapped.
     bool launch();
     bool running();
-    // Waits until the captured standard error (or output) contains TEXT.
+    // Waits until the captured standard error contains TEXT.
     bool waitForError(const std::string& text, double seconds);
-    bool waitForOutput(const std::string& text, double seconds);
     // Presses Return until a match has been built (a key sent before the window has settled can
     // be lost), and waits for it like waitForMatch.
     bool startMatch(double seconds);
@@ -62,7 +61,6 @@ public:
     void kill();
 
 private:
-    bool waitForText(bool error, const std::string& text, double seconds);
     void focus();
 
     std::string dir;
