@@ -557,7 +557,11 @@ void Game::renderPlaying()
     }
     drawSpheres(bindOwn("unicolor"));
     glUseProgram(0);
+    drawOverlay();
+}
 
+void Game::drawOverlay()
+{
     glDisable(GL_DEPTH_TEST);
     glDepthMask(GL_FALSE);
     if (hud)
@@ -642,13 +646,6 @@ void Game::renderMotionBlurFrame()
     glBindTexture(GL_TEXTURE_2D, 0);
     glActiveTexture(GL_TEXTURE0);
 
-    glDisable(GL_DEPTH_TEST);
-    glDepthMask(GL_FALSE);
     glPolygonMode(GL_FRONT_AND_BACK, wireframe ? GL_LINE : GL_FILL);
-    if (hud)
-    {
-        hud->draw();
-    }
-    glDepthMask(GL_TRUE);
-    glEnable(GL_DEPTH_TEST);
+    drawOverlay();
 }

@@ -89,6 +89,8 @@ private:
     void initMotionBlur();
     // The balls and the marker chain, drawn flat with SHADER.
     void drawSpheres(Shader* shader);
+    // The HUD over the finished picture, without depth.
+    void drawOverlay();
     // Imports the level file and builds the level into the scene; false with REASON when the
     // file gave nothing to walk on.
     bool buildLevel(std::string& reason);
