@@ -1,11 +1,12 @@
 #version 150 compatibility
 #extension GL_ARB_explicit_attrib_location : require
-// Paint colour times the splat texture. "trans" is 0 when transparency is on: the splat's soft
-// alpha edge blends over the surface. When it is 1 the edge is cut hard and the paint is opaque.
-uniform sampler2D tex;
-uniform vec4 color;
+// Paint colour times the splat's picture, one of the layers of "tex". "trans" is 0 when
+// transparency is on: the splat's soft alpha edge blends over the surface. When it is 1 the edge
+// is cut hard and the paint is opaque.
+uniform sampler2DArray tex;
 uniform int trans;
-in vec2 uv;
+in vec3 uv;
+flat in vec4 color;
 out vec4 fragColor;
 
 void main()

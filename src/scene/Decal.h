@@ -1,45 +1,48 @@
 #pragma once
 
 #include "scene/Frustum.h"
-#include "scene/SceneNode.h"
-#include "scene/Splat.h"
+#include "scene/Math.h"
 
-#include <list>
-#include <memory>
-#include <vector>
-
-class Shader;
+#include <cstddef>
+#include <cstdint>
 
 // A paint splat stuck onto the level: the pieces of the level's surface cut out around a hit,
 // textured with one of five splat pictures in the ball's colour. Positions are in level
-// coordinates, so the model transform stays the identity. Needs a GL context.
-class Decal : public GeometryNode
+// coordinates. The splat's corners live in the level's shared paint batches (see Paint); a decal
+// records which picture it took, its colour, the box it is culled by and where its triangles
+// lie in the batches.
+class Decal
 {
 public:
     static constexpr int TEXTURE_COUNT = 5;
 
-    // Picks a splat picture at random, plays the splash and uploads each polygon once.
-    Decal(const std::list<DecalPolygon>& polygons, std::unique_ptr<Bounds> bounds, Vec4 color);
-    ~Decal() override;
+    Decal(int textureIndex, Vec4 color, const Bounds& bounds, size_t polygons)
+        : textureIndex(textureIndex), color(color), bounds(bounds), polygons(polygons)
+    {
+    }
 
-    // Drawn by the level after its surface, with depth writes off and the polygon offset on. Uses
-    // the "decal" program whatever SHADER is bound, and leaves no program bound.
-    void draw(Shader* shader) override;
+    int getTextureIndex() const { return textureIndex; } // 0..4: "paint01".."paint05"
+    const Vec4& getColor() const { return color; }
+    const Bounds& getBounds() const { return bounds; }
+    size_t polygonCount() const { return polygons; } // the pieces the splat was cut into
+    size_t triangleCount() const { return indexCount / 3; }
 
-    int getTextureIndex() const { return textureIndex; }
-    size_t polygonCount() const { return vertexCounts.size(); }
-    const Bounds& getBounds() const { return *bounds; }
+    // Where the splat's triangles are: indices FIRST_INDEX.. of batch BATCH, which refer to its
+    // own vertices FIRST_VERTEX.. of that batch.
+    uint32_t batch = 0;
+    uint32_t firstVertex = 0;
+    uint32_t vertexCount = 0;
+    uint32_t firstIndex = 0;
+    uint32_t indexCount = 0;
+    // When every piece lies in one plane (a splat on a flat wall or floor): that plane, facing
+    // the way the pieces face (x, y, z the unit normal, w its offset: dot(normal, p) = w on it).
+    // Seen from behind it, all of the splat's triangles are back faces.
+    bool flat = false;
+    Vec4 plane{};
 
 private:
-    void applyFilters() const;
-
-    std::vector<unsigned int> vertexBuffers;
-    std::vector<unsigned int> texcoordBuffers;
-    std::vector<std::unique_ptr<float[]>> vertexArrays;   // x, y, z, 1 per corner
-    std::vector<std::unique_ptr<float[]>> texcoordArrays; // u, v per corner
-    std::vector<int> vertexCounts;
-    unsigned int texture = 0;
-    int textureIndex = 0;
+    int textureIndex;
     Vec4 color;
-    std::unique_ptr<Bounds> bounds;
+    Bounds bounds;
+    size_t polygons;
 };

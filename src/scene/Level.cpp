@@ -5,7 +5,6 @@
 #include "physics/TriangleTree.h"
 #include "render/GlBuffer.h"
 #include "render/Shader.h"
-#include "scene/Decal.h"
 
 #include <GL/glew.h>
 
@@ -29,7 +28,6 @@ Level::Level() = default;
 
 Level::~Level()
 {
-    decals.clear();
     collision.reset();
     if (vertexBuffer)
     {
@@ -67,17 +65,14 @@ void Level::draw(Shader* shader)
         return;
     }
     drawSurface(shader);
-    if (!drawsPaint(shader) || decals.empty())
+    if (!drawsPaint(shader) || paint.empty())
     {
         return;
     }
     glEnable(GL_POLYGON_OFFSET_FILL);
     glPolygonOffset(DECAL_OFFSET, DECAL_OFFSET);
     glDepthMask(GL_FALSE);
-    for (auto& decal : decals)
-    {
-        decal->draw(shader);
-    }
+    paint.draw();
     glDepthMask(GL_TRUE);
     glDisable(GL_POLYGON_OFFSET_FILL);
 }
@@ -113,11 +108,6 @@ void Level::drawSurface(Shader* shader)
     }
 }
 
-void Level::addDecal(std::unique_ptr<SceneNode> decal)
-{
-    decals.push_back(std::move(decal));
-}
-
 bool Level::buildPhysics()
 {
     if (vertexCount < 3 || vertexCount % 3 != 0 || !vertices)
@@ -139,8 +129,7 @@ void Level::paintHit(Vec3 point, Vec3 normal, Vec4 colour)
     }
     Vec3 min, max;
     splat::bounds(polygons, min, max);
-    decals.push_back(std::make_unique<Decal>(
-        polygons, std::make_unique<Bounds>(Bounds::fromMinMax(min, max)), colour));
+    paint.add(polygons, Bounds::fromMinMax(min, max), colour);
 }
 
 std::list<DecalPolygon> Level::cutSplat(Vec3 point, Vec3 normal, bool tree) const

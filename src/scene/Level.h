@@ -1,5 +1,6 @@
 #pragma once
 
+#include "scene/Paint.h"
 #include "scene/SceneNode.h"
 #include "scene/Splat.h"
 
@@ -50,9 +51,9 @@ public:
     // The surface in white, then, in the lit and the flat pass only, the paint on top of it.
     void draw(Shader* shader) override;
 
-    // Paint is drawn after the surface in creation order; the level owns it.
-    void addDecal(std::unique_ptr<SceneNode> decal);
-    size_t decalCount() const { return decals.size(); }
+    // The splats stuck on so far, oldest first; drawn after the surface in that order.
+    const Paint& getPaint() const { return paint; }
+    size_t decalCount() const { return paint.size(); }
 
     int32_t getVertexCount() const { return vertexCount; }
     const float* getVertices() const { return vertices.get(); }
@@ -68,7 +69,7 @@ private:
     std::unique_ptr<float[]> normals;
     std::unique_ptr<float[]> uvs;
     int32_t vertexCount = 0;
-    std::list<std::unique_ptr<SceneNode>> decals;
+    Paint paint;
     std::unique_ptr<LevelCollision> collision;
     std::vector<PaintHit> hits;
 };

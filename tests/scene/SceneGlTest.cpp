@@ -1,14 +1,18 @@
 #include "app/Settings.h"
 #include "render/Shader.h"
+#include "render/ShaderManager.h"
+#include "render/TextureManager.h"
 #include "scene/Level.h"
 #include "scene/Sphere.h"
 #include "scene/SphereChain.h"
+#include "sound/SoundManager.h"
 #include "support/GlContext.h"
 
 #include <GL/glew.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <vector>
 
 namespace
@@ -39,6 +43,15 @@ protected:
         flat.reset();
         lit.reset();
         motion.reset();
+        if (ShaderManager::exists())
+        {
+            ShaderManager::destroy();
+        }
+        if (TextureManager::exists())
+        {
+            TextureManager::destroy();
+        }
+        SoundManager::destroy();
         Settings::destroy();
     }
 
@@ -58,25 +71,6 @@ protected:
     GlContext gl;
     std::unique_ptr<Shader> flat, lit, motion;
     GLuint query = 0;
-};
-
-// A decal stand-in that notes the state it was drawn in.
-class PaintProbe : public SceneNode
-{
-public:
-    void draw(Shader*) override
-    {
-        ++draws;
-        GLboolean mask = GL_TRUE;
-        glGetBooleanv(GL_DEPTH_WRITEMASK, &mask);
-        depthWrites = mask == GL_TRUE;
-        offsetOn = glIsEnabled(GL_POLYGON_OFFSET_FILL) == GL_TRUE;
-        glGetFloatv(GL_POLYGON_OFFSET_FACTOR, &offsetFactor);
-    }
-    int draws = 0;
-    bool depthWrites = true;
-    bool offsetOn = false;
-    float offsetFactor = 0.0f;
 };
 
 // Two triangles forming a floor square, with normals and UVs.
@@ -146,23 +140,56 @@ TEST_F(SceneGlTest, LevelDrawsOnceAndPaintsOnlyInTheLitAndFlatPasses)
     glGetBooleanv(GL_DEPTH_WRITEMASK, &mask);
     EXPECT_EQ(mask, GL_TRUE);
 
-    auto probe = std::make_unique<PaintProbe>();
-    PaintProbe* paint = probe.get();
-    level->addDecal(std::move(probe));
+    setenv("SDL_AUDIODRIVER", "no-such-audio-driver", 1);
+    testing::internal::CaptureStderr();
+    testing::internal::CaptureStdout();
+    level->paintHit({0, 3, 0}, {0, 1, 0}, {1, 0, 0, 1});
+    testing::internal::GetCapturedStdout();
+    testing::internal::GetCapturedStderr();
+    ASSERT_EQ(level->decalCount(), 1u);
+    const GLuint paint = static_cast<GLuint>(level->getPaint()[0].triangleCount());
+    EXPECT_GT(paint, 0u);
+    EXPECT_EQ(trianglesDrawn(*level, *lit), 2u + paint);
 
-    trianglesDrawn(*level, *lit);
-    trianglesDrawn(*level, *flat);
-    EXPECT_EQ(paint->draws, 2);
-    EXPECT_FALSE(paint->depthWrites);
-    EXPECT_TRUE(paint->offsetOn);
-    EXPECT_EQ(paint->offsetFactor, -4.5f);
+    // Seen from 10 m above, the splat lies on the floor: it wins the depth test against the
+    // surface it lies on and leaves the surface's depth as it was.
+    OffscreenTarget target;
+    const Mat4 perspective = math::perspective(45.0f, 4.0f / 3.0f, 0.1f, 200.0f);
+    Mat4 down = math::identity(); // looking straight down from (0, 10, 0)
+    down.m[5] = 0.0f;
+    down.m[6] = 1.0f;
+    down.m[9] = -1.0f;
+    down.m[10] = 0.0f;
+    down.m[14] = -10.0f;
+    ShaderManager::instance().setMatrices(down, perspective, math::identity());
+    glEnable(GL_DEPTH_TEST);
+    glClearColor(0, 0, 0, 1);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    glUseProgram(flat->getProgram());
+    flat->setMatrix("perspective", perspective);
+    flat->setMatrix("view", down);
+    level->draw(flat.get());
+    uint8_t rgba[4] = {};
+    float painted = 0.0f, bare = 0.0f;
+    glReadPixels(512, 384, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, rgba);
+    glReadPixels(512, 384, 1, 1, GL_DEPTH_COMPONENT, GL_FLOAT, &painted);
+    EXPECT_GT(rgba[0], 200);
+    EXPECT_LT(rgba[1], 50) << "the paint shows over the white floor";
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    glUseProgram(flat->getProgram()); // drawing the paint left no program bound
+    floorLevel()->draw(flat.get());   // the same floor without paint
+    glReadPixels(512, 384, 1, 1, GL_DEPTH_COMPONENT, GL_FLOAT, &bare);
+    EXPECT_EQ(painted, bare) << "paint must not write depth";
+    glUseProgram(0);
+    glDisable(GL_DEPTH_TEST);
+    unsetenv("SDL_AUDIODRIVER");
+
     glGetBooleanv(GL_DEPTH_WRITEMASK, &mask);
     EXPECT_EQ(mask, GL_TRUE);
     EXPECT_FALSE(glIsEnabled(GL_POLYGON_OFFSET_FILL));
 
     // The motion pass sees the bare surface, with "prevmodel" equal to "model".
     EXPECT_EQ(trianglesDrawn(*level, *motion), 2u);
-    EXPECT_EQ(paint->draws, 2);
     float model[16], prevmodel[16];
     const GLuint program = motion->getProgram();
     glGetUniformfv(program, glGetUniformLocation(program, "model"), model);
@@ -173,5 +200,5 @@ TEST_F(SceneGlTest, LevelDrawsOnceAndPaintsOnlyInTheLitAndFlatPasses)
     }
 
     Settings::instance().toggle("vbo");
-    EXPECT_EQ(trianglesDrawn(*level, *flat), 2u);
+    EXPECT_EQ(trianglesDrawn(*level, *flat), 2u + paint);
 }

@@ -24,8 +24,8 @@ private:
     void* context = nullptr;
 };
 
-// A 1024 x 768 RGBA framebuffer (one pixel per screen unit, like the game's window), bound and
-// made the viewport while it lives; for reading back what was drawn.
+// A 1024 x 768 RGBA framebuffer with a depth buffer (one pixel per screen unit, like the game's
+// window), bound and made the viewport while it lives; for reading back what was drawn.
 class OffscreenTarget
 {
 public:
@@ -40,6 +40,7 @@ public:
 private:
     unsigned int framebuffer = 0;
     unsigned int colour = 0;
+    unsigned int depth = 0;
 };
 
 // Runs the test body from a fresh temporary directory holding a link to the repository's data/,

@@ -1,0 +1,352 @@
+#include "app/Settings.h"
+#include "render/ShaderManager.h"
+#include "render/TextureManager.h"
+#include "scene/Paint.h"
+#include "sound/SoundManager.h"
+#include "support/GlContext.h"
+
+#include <GL/glew.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <list>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace
+{
+// How paint was drawn before it was batched: one program per splat picture and colour, one fan
+// draw per polygon from client memory. Kept here as the picture the batches must reproduce.
+const char* const FAN_VERTEX = R"(#version 150 compatibility
+#extension GL_ARB_explicit_attrib_location : require
+layout(location = 0) in vec4 vertex;
+in vec2 texcoord;
+uniform mat4 perspective;
+uniform mat4 view;
+out vec2 uv;
+void main()
+{
+    uv = texcoord;
+    gl_Position = perspective * (view * vertex);
+})";
+const char* const FAN_FRAGMENT = R"(#version 150 compatibility
+uniform sampler2D tex;
+uniform vec4 color;
+uniform int trans;
+in vec2 uv;
+out vec4 fragColor;
+void main()
+{
+    vec4 splat = texture(tex, uv);
+    if (trans == 0)
+        fragColor = vec4(color.rgb * splat.rgb, color.a * splat.a);
+    else
+    {
+        if (splat.a < 0.5)
+            discard;
+        fragColor = vec4(color.rgb * splat.rgb, 1.0);
+    }
+})";
+
+struct Splat
+{
+    std::list<DecalPolygon> polygons;
+    Vec4 color;
+};
+
+// A regular N-gon of radius R around C in the plane z = C.z, facing +z (or -z when AWAY), with
+// the texture laid across a 3 x 3 square around CENTRE as paint is.
+DecalPolygon polygon(Vec3 c, float r, int n, float turn, Vec3 centre, bool away = false)
+{
+    DecalPolygon p;
+    for (int i = 0; i < n; ++i)
+    {
+        const float a = turn + (away ? -1.0f : 1.0f) * 2.0f * math::PI * i / n;
+        const float x = c.x + r * math::cosine(a), y = c.y + r * math::sine(a);
+        p.push_back({x, y, c.z, 0, 0, away ? -1.0f : 1.0f,
+                     std::clamp((x - centre.x) / 3.0f + 0.5f, 0.0f, 1.0f),
+                     std::clamp((y - centre.y) / 3.0f + 0.5f, 0.0f, 1.0f)});
+    }
+    return p;
+}
+
+Bounds boundsOf(const std::list<DecalPolygon>& polygons)
+{
+    Vec3 min, max;
+    splat::bounds(polygons, min, max);
+    return Bounds::fromMinMax(min, max);
+}
+
+GLuint compile(GLenum type, const char* source)
+{
+    const GLuint shader = glCreateShader(type);
+    glShaderSource(shader, 1, &source, nullptr);
+    glCompileShader(shader);
+    return shader;
+}
+
+class PaintGlTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (!gl.ok())
+        {
+            GTEST_SKIP() << "no GL 3.2 context: " << gl.error();
+        }
+        setenv("SDL_AUDIODRIVER", "no-such-audio-driver", 1);
+        Settings::instance().defineDefaults();
+        testing::internal::CaptureStderr();
+        ShaderManager::instance();
+        testing::internal::GetCapturedStderr();
+        // The camera at the origin looking down -z.
+        perspective = math::perspective(45.0f, 4.0f / 3.0f, 0.1f, 200.0f);
+        Frustum::instance().update(perspective, math::identity());
+        ShaderManager::instance().setMatrices(math::identity(), perspective, math::identity());
+        glGenQueries(1, &query);
+    }
+    void TearDown() override
+    {
+        if (gl.ok())
+        {
+            glDeleteQueries(1, &query);
+        }
+        Frustum::destroy();
+        ShaderManager::destroy();
+        TextureManager::destroy();
+        SoundManager::destroy();
+        Settings::destroy();
+        unsetenv("SDL_AUDIODRIVER");
+    }
+
+    // The state the level draws its paint in.
+    static void paintState()
+    {
+        glEnable(GL_DEPTH_TEST);
+        glEnable(GL_CULL_FACE);
+        glEnable(GL_BLEND);
+        glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+        glEnable(GL_POLYGON_OFFSET_FILL);
+        glPolygonOffset(-4.5f, -4.5f);
+        glDepthMask(GL_FALSE);
+    }
+
+    static std::vector<uint8_t> readPixels()
+    {
+        std::vector<uint8_t> pixels(size_t(OffscreenTarget::WIDTH) * OffscreenTarget::HEIGHT * 4);
+        glReadPixels(0, 0, OffscreenTarget::WIDTH, OffscreenTarget::HEIGHT, GL_RGBA,
+                     GL_UNSIGNED_BYTE, pixels.data());
+        return pixels;
+    }
+
+    // The splats of SPLATS (made into PAINT in that order) drawn one fan per polygon, culled and
+    // filtered as the batches are.
+    void drawFans(const Paint& paint, const std::vector<Splat>& splats)
+    {
+        const GLuint program = glCreateProgram();
+        const GLuint vs = compile(GL_VERTEX_SHADER, FAN_VERTEX);
+        const GLuint fs = compile(GL_FRAGMENT_SHADER, FAN_FRAGMENT);
+        glAttachShader(program, vs);
+        glAttachShader(program, fs);
+        glBindAttribLocation(program, 1, "texcoord");
+        glLinkProgram(program);
+        glUseProgram(program);
+        const Mat4 identity = math::identity();
+        glUniformMatrix4fv(glGetUniformLocation(program, "perspective"), 1, GL_FALSE,
+                           perspective.data());
+        glUniformMatrix4fv(glGetUniformLocation(program, "view"), 1, GL_FALSE, identity.data());
+        glUniform1i(glGetUniformLocation(program, "tex"), 0);
+        glUniform1i(glGetUniformLocation(program, "trans"),
+                    Settings::instance().getBool("transparency") ? 0 : 1);
+        const int mipmap = Settings::instance().getInt("texture-mipmap");
+        glActiveTexture(GL_TEXTURE0);
+        for (size_t d = 0; d < splats.size(); ++d)
+        {
+            const Decal& decal = paint[d];
+            if (Settings::instance().getBool("frustum") &&
+                !Frustum::instance().isVisible(decal.getBounds()))
+            {
+                continue;
+            }
+            glBindTexture(GL_TEXTURE_2D,
+                          TextureManager::instance().get(
+                              "paint0" + std::to_string(decal.getTextureIndex() + 1)));
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER,
+                            mipmap == 2 ? GL_LINEAR : GL_NEAREST);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER,
+                            mipmap == 2 ? GL_LINEAR_MIPMAP_LINEAR : GL_NEAREST);
+            glUniform4fv(glGetUniformLocation(program, "color"), 1, &splats[d].color.x);
+            for (const DecalPolygon& p : splats[d].polygons)
+            {
+                std::vector<float> positions, uvs;
+                for (const DecalVertex& c : p)
+                {
+                    positions.insert(positions.end(), {c.x, c.y, c.z, 1.0f});
+                    uvs.insert(uvs.end(), {c.u, c.v});
+                }
+                glEnableVertexAttribArray(0);
+                glEnableVertexAttribArray(1);
+                glVertexAttribPointer(0, 4, GL_FLOAT, GL_FALSE, 0, positions.data());
+                glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, 0, uvs.data());
+                glDrawArrays(GL_TRIANGLE_FAN, 0, static_cast<GLsizei>(p.size()));
+            }
+        }
+        glDisableVertexAttribArray(0);
+        glDisableVertexAttribArray(1);
+        glBindTexture(GL_TEXTURE_2D, 0);
+        glUseProgram(0);
+        glDeleteProgram(program);
+        glDeleteShader(vs);
+        glDeleteShader(fs);
+    }
+
+    GLuint trianglesDrawn(Paint& paint)
+    {
+        glBeginQuery(GL_PRIMITIVES_GENERATED, query);
+        paint.draw();
+        glEndQuery(GL_PRIMITIVES_GENERATED);
+        GLuint count = 0;
+        glGetQueryObjectuiv(query, GL_QUERY_RESULT, &count);
+        return count;
+    }
+
+    GlContext gl;
+    Mat4 perspective;
+    GLuint query = 0;
+};
+} // namespace
+
+TEST_F(PaintGlTest, BatchesDrawThePictureThatOneFanPerPolygonDrew)
+{
+    // Overlapping splats of every picture in a few colours, some translucent, cut into polygons
+    // of 3 to 9 corners; some share corners, one lies on two planes, one faces away and one is
+    // behind the camera.
+    std::srand(7);
+    std::mt19937 random(3);
+    std::uniform_real_distribution<float> across(-5.0f, 5.0f), unit(0.0f, 1.0f);
+    const Vec4 colours[] = {{1, 0.617f, 0, 1}, {0.1f, 0.5f, 1, 0.6f}, {0.988f, 0, 1, 1}};
+    std::vector<Splat> splats;
+    for (int s = 0; s < 60; ++s)
+    {
+        const Vec3 centre{across(random), across(random) * 0.7f, -12.0f + 0.01f * s};
+        Splat splat{{}, colours[s % 3]};
+        const int pieces = 1 + s % 5;
+        for (int p = 0; p < pieces; ++p)
+        {
+            const Vec3 c{centre.x + unit(random) - 0.5f, centre.y + unit(random) - 0.5f, centre.z};
+            splat.polygons.push_back(
+                polygon(c, 0.4f + unit(random), 3 + (s + p) % 7, unit(random) * 6.0f, centre));
+        }
+        splats.push_back(splat);
+    }
+    Splat twoPlanes{{polygon({0, 0, -9}, 1.0f, 4, 0.3f, {0, 0, -9}),
+                     polygon({0.5f, 0.5f, -9.4f}, 1.0f, 5, 0.1f, {0, 0, -9})},
+                    colours[0]};
+    splats.push_back(twoPlanes);
+    splats.push_back({{polygon({1, 1, -8}, 2.0f, 6, 0.0f, {1, 1, -8}, true)}, colours[2]});
+    splats.push_back({{polygon({0, 0, 5}, 2.0f, 6, 0.0f, {0, 0, 5})}, colours[1]});
+
+    OffscreenTarget target;
+    Paint paint;
+    for (const Splat& splat : splats)
+    {
+        paint.add(splat.polygons, boundsOf(splat.polygons), splat.color);
+    }
+    bool pictures[Decal::TEXTURE_COUNT] = {};
+    for (size_t d = 0; d < paint.size(); ++d)
+    {
+        pictures[paint[d].getTextureIndex()] = true;
+    }
+    ASSERT_EQ(std::count(std::begin(pictures), std::end(pictures), true), Decal::TEXTURE_COUNT);
+
+    Settings& settings = Settings::instance();
+    for (bool transparency : {true, false})
+    {
+        for (int mipmap : {0, 2})
+        {
+            if (settings.getBool("transparency") != transparency)
+            {
+                settings.toggle("transparency");
+            }
+            while (settings.getInt("texture-mipmap") != mipmap)
+            {
+                settings.cycle("texture-mipmap");
+            }
+            const std::string name = std::string(transparency ? "blended" : "cut") + ", mipmap " +
+                                     std::to_string(mipmap);
+            std::vector<uint8_t> fans, batched, client;
+            for (int way = 0; way < 3; ++way)
+            {
+                glDepthMask(GL_TRUE);
+                glClearColor(0.2f, 0.3f, 0.4f, 1.0f);
+                glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+                paintState();
+                if (way == 0)
+                {
+                    drawFans(paint, splats);
+                    fans = readPixels();
+                }
+                else
+                {
+                    if (settings.getBool("vbo") != (way == 1))
+                    {
+                        settings.toggle("vbo");
+                    }
+                    paint.draw();
+                    (way == 1 ? batched : client) = readPixels();
+                }
+                glDepthMask(GL_TRUE);
+            }
+            size_t painted = 0, differ = 0, differClient = 0;
+            for (size_t i = 0; i < fans.size(); i += 4)
+            {
+                painted += fans[i] != 51 || fans[i + 1] != 77 || fans[i + 2] != 102;
+                differ += std::memcmp(&fans[i], &batched[i], 4) != 0;
+                differClient += std::memcmp(&fans[i], &client[i], 4) != 0;
+            }
+            EXPECT_GT(painted, 100000u) << name;
+            EXPECT_EQ(differ, 0u) << name << ": pixels that differ, batched";
+            EXPECT_EQ(differClient, 0u) << name << ": pixels that differ, from client memory";
+        }
+    }
+    EXPECT_EQ(paint.batchCount(), 1u);
+}
+
+TEST_F(PaintGlTest, SplatsOutOfSightCostNothing)
+{
+    Paint paint;
+    // Facing the camera, but behind it.
+    const std::list<DecalPolygon> behind{polygon({0, 0, 10}, 1, 4, 0, {0, 0, 10}, true),
+                                         polygon({2, 0, 10}, 1, 4, 0, {0, 0, 10}, true)};
+    const std::list<DecalPolygon> away{polygon({0, 0, -10}, 1, 5, 0, {0, 0, -10}, true)};
+    const std::list<DecalPolygon> ahead{polygon({0, 0, -10}, 1, 5, 0, {0, 0, -10})};
+    paint.add(behind, boundsOf(behind), {1, 0, 0, 1});
+    paint.add(away, boundsOf(away), {1, 0, 0, 1});
+    glEnable(GL_CULL_FACE);
+
+    glUseProgram(0);
+    GLint before = 0;
+    ShaderManager::instance().use("unicolor");
+    glGetIntegerv(GL_CURRENT_PROGRAM, &before);
+    EXPECT_EQ(trianglesDrawn(paint), 0u) << "behind the camera, or seen from behind";
+    GLint after = 0;
+    glGetIntegerv(GL_CURRENT_PROGRAM, &after);
+    EXPECT_EQ(after, before) << "paint with nothing in view must not change the bound program";
+
+    Settings::instance().toggle("frustum"); // culling off: drawn even where it cannot be seen
+    EXPECT_EQ(trianglesDrawn(paint), 4u);
+    glDisable(GL_CULL_FACE); // without face culling the back of a splat shows
+    EXPECT_EQ(trianglesDrawn(paint), 7u);
+    glEnable(GL_CULL_FACE);
+
+    paint.add(ahead, boundsOf(ahead), {1, 0, 0, 1});
+    Settings::instance().toggle("frustum");
+    EXPECT_EQ(trianglesDrawn(paint), 3u);
+    GLint program = -1;
+    glGetIntegerv(GL_CURRENT_PROGRAM, &program);
+    EXPECT_EQ(program, 0) << "paint leaves no program bound";
+    EXPECT_EQ(ShaderManager::instance().getCurrent(), nullptr);
+}
