@@ -41,8 +41,10 @@ TEST_F(TextureManagerGlTest, UnitsFollowNameOrderFromOne)
     EXPECT_EQ(textures.unit("a"), 1);
     EXPECT_EQ(textures.unit("b"), 2);
     EXPECT_EQ(textures.unit("c"), 3);
-    // Two names for the same texture share the first one's unit.
-    EXPECT_EQ(textures.unit("zz-unknown"), textures.unit("zz-unknown"));
+    // Two names for the same texture share the first one's unit: here two unknown names, both
+    // texture 0.
+    EXPECT_EQ(textures.unit("x-unknown"), 4);
+    EXPECT_EQ(textures.unit("y-unknown"), 4);
 }
 
 TEST_F(TextureManagerGlTest, UnknownAndBadFilesGiveTextureZeroQuietly)
