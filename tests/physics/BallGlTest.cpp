@@ -11,6 +11,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 namespace
@@ -38,6 +39,51 @@ std::unique_ptr<Level> levelOf(const std::vector<float>& triangles)
 std::vector<float> floorAt(float y, float h)
 {
     return {-h, y, -h, -h, y, h, h, y, h, -h, y, -h, h, y, h, h, y, -h};
+}
+
+// A wall facing +z at height 0..40 across x -50..50, standing at Z.
+std::vector<float> wallAt(float z)
+{
+    return {-50, 0, z, 50, 0, z, 50, 40, z, -50, 0, z, 50, 40, z, -50, 40, z};
+}
+
+// A square ceiling of half-size H at height Y, facing down.
+std::vector<float> ceilingAt(float y, float h)
+{
+    return {-h, y, -h, h, y, h, -h, y, h, -h, y, -h, h, y, -h, h, y, h};
+}
+
+std::vector<float> join(std::vector<float> a, const std::vector<float>& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// Turns CAMERA to look along the unit vector D.
+void lookAlong(Camera& camera, const Vec3& d)
+{
+    const Vec3 back{-d.x, -d.y, -d.z};
+    Vec3 right = math::cross(d, {0, 1, 0});
+    right = math::dot(right, right) < 1e-6f ? Vec3{1, 0, 0} : math::normalize(right);
+    const Vec3 up = math::cross(back, right);
+    camera.rotation = Mat3{{right.x, up.x, back.x, right.y, up.y, back.y, right.z, up.z, back.z}};
+}
+
+// Where a ball that starts at P with velocity V first comes within its radius of the plane
+// through POINT facing NORMAL, on that plane. TIME is the flight time to there.
+Vec3 strikePoint(Vec3 p, Vec3 v, const Vec3& point, const Vec3& normal, float& time)
+{
+    const float radius = 0.3f, g = 9.8f, dt = 1e-4f;
+    for (time = 0.0f; time < 3.0f; time += dt)
+    {
+        const Vec3 at{p.x + v.x * time, p.y + v.y * time - 0.5f * g * time * time,
+                      p.z + v.z * time};
+        if (math::dot({at.x - point.x, at.y - point.y, at.z - point.z}, normal) <= radius)
+        {
+            return {at.x - normal.x * radius, at.y - normal.y * radius, at.z - normal.z * radius};
+        }
+    }
+    return {NAN, NAN, NAN};
 }
 
 class BallGlTest : public ::testing::Test
@@ -171,4 +217,83 @@ TEST_F(BallGlTest, ABallThatTouchesTheLevelIsGoneTheNextFrameAndOthersExpireAfte
     }
     EXPECT_TRUE(level->getHits().empty());
     EXPECT_NEAR(frames / 60.0f, 10.0f, 0.05f);
+}
+
+TEST_F(BallGlTest, EveryThrowPaintsOnceWhereItStrikes)
+{
+    // The player stands on a floor at y = 3 around (2, 3) and looks along LOOK; the ball must
+    // paint the plane through POINT facing NORMAL, once.
+    struct Throw
+    {
+        std::string what;
+        std::vector<float> level;
+        Vec3 look, point, normal;
+    };
+    std::vector<Throw> throws;
+    const std::vector<float> floor = floorAt(3.0f, 50.0f);
+    for (float pitch : {-10.0f, 0.0f, 10.0f}) // degrees
+    {
+        const float up = std::sin(pitch * math::DEG_TO_RAD);
+        const Vec3 look{0.0f, up, -std::cos(pitch * math::DEG_TO_RAD)};
+        for (float distance = 1.5f; distance <= 20.0f; distance += 0.25f)
+        {
+            const float z = 3.0f - distance;
+            throws.push_back(
+                {"wall " + std::to_string(distance) + " m ahead, pitch " + std::to_string(pitch),
+                 join(floor, wallAt(z)),
+                 look,
+                 {2, 0, z},
+                 {0, 0, 1}});
+        }
+    }
+    throws.push_back({"floor at the feet", floor, {0, -1, 0}, {0, 3, 0}, {0, 1, 0}});
+    throws.push_back(
+        {"ceiling above", join(floor, ceilingAt(9.0f, 50.0f)), {0, 1, 0}, {0, 9, 0}, {0, -1, 0}});
+
+    for (const Throw& t : throws)
+    {
+        SCOPED_TRACE(t.what);
+        player.reset();
+        level.reset();
+        PhysicsWorld::destroy();
+        level = levelOf(t.level);
+        player = std::make_unique<Player>();
+        frame(1.0f / 60.0f); // stand on the floor; the cooldown runs out
+        lookAlong(player->camera(), t.look);
+        player->throwBall();
+        ASSERT_EQ(player->getBalls().size(), 1u);
+        const Vec3 start = player->getBalls().front()->position();
+        const Vec3 launch = player->getBalls().front()->velocity();
+        float time = 0.0f;
+        const Vec3 expected = strikePoint(start, launch, t.point, t.normal, time);
+        // The tick that stops the ball still carries it along the plane at full speed.
+        const Vec3 v{launch.x, launch.y - 9.8f * time, launch.z};
+        const float across = math::dot(v, t.normal);
+        const Vec3 along{v.x - across * t.normal.x, v.y - across * t.normal.y,
+                         v.z - across * t.normal.z};
+        const float slack = std::sqrt(math::dot(along, along)) / 60.0f + 0.1f;
+        for (int i = 0; i < 180 && !player->getBalls().empty(); ++i)
+        {
+            frame(1.0f / 60.0f);
+        }
+        for (int i = 0; i < 10; ++i)
+        {
+            frame(1.0f / 60.0f);
+        }
+        EXPECT_EQ(level->getHits().size(), 1u);
+        if (level->getHits().size() != 1)
+        {
+            continue;
+        }
+        const PaintHit& hit = level->getHits()[0];
+        EXPECT_NEAR(
+            math::dot({hit.point.x - t.point.x, hit.point.y - t.point.y, hit.point.z - t.point.z},
+                      t.normal),
+            0.0f, 0.02f)
+            << "on the struck plane";
+        EXPECT_NEAR(math::dot(hit.normal, t.normal), 1.0f, 1e-5f);
+        EXPECT_NEAR(hit.point.x, expected.x, slack);
+        EXPECT_NEAR(hit.point.y, expected.y, slack);
+        EXPECT_NEAR(hit.point.z, expected.z, slack);
+    }
 }
