@@ -6,7 +6,7 @@
 
 #include <btBulletDynamicsCommon.h>
 
-#include <cstdio>
+#include <cassert>
 #include <cstring>
 
 namespace
@@ -23,7 +23,28 @@ bool named(const PhysicsBody* body, const char* name)
 {
     return body && std::strcmp(body->name, name) == 0;
 }
+
+// The unit normal of triangle TRIANGLE of VERTICES, turned to the side TOWARDS points to. Bullet's
+// contact normal is no face normal: near an edge it points from the edge to the ball's centre,
+// tilted by up to 50 degrees, and paint cut along it smears. Dividing by the length keeps a face
+// along an axis exactly on it, which the splat's frame relies on for walls facing +-x.
+Vec3 faceNormal(const float* vertices, int triangle, const btVector3& towards)
+{
+    const float* v = vertices + static_cast<size_t>(triangle) * 12;
+    const Vec3 face = math::normalize(math::cross({v[4] - v[0], v[5] - v[1], v[6] - v[2]},
+                                                  {v[8] - v[0], v[9] - v[1], v[10] - v[2]}));
+    if (face.x * towards.x() + face.y * towards.y() + face.z * towards.z() < 0.0f)
+    {
+        return {-face.x, -face.y, -face.z};
+    }
+    return face;
+}
 } // namespace
+
+PhysicsContactReport::PhysicsContactReport(const float* vertices, int32_t vertexCount)
+    : vertices(vertices), triangleCount(vertexCount / 3)
+{
+}
 
 void PhysicsContactReport::onTick(btDynamicsWorld& world)
 {
@@ -63,20 +84,23 @@ void PhysicsContactReport::onTick(btDynamicsWorld& world)
         {
             continue;
         }
-        // The manifold's normal points from body 1 towards body 0: outwards from the level when
-        // the level is body 1.
+        // The manifold's normal points from body 1 towards body 0: from the level towards the
+        // ball when the level is body 1. The triangle index is the level's own triangle order.
         const btVector3 onLevel =
             levelFirst ? last->getPositionWorldOnA() : last->getPositionWorldOnB();
-        const btVector3 normal = levelFirst ? -last->m_normalWorldOnB : last->m_normalWorldOnB;
+        const btVector3 towardsBall = levelFirst ? -last->m_normalWorldOnB : last->m_normalWorldOnB;
+        const int triangle = levelFirst ? last->m_index0 : last->m_index1;
+        assert(triangle >= 0 && triangle < triangleCount);
         auto* level = static_cast<Level*>(levelTag->owner);
         level->paintHit({onLevel.x(), onLevel.y(), onLevel.z()},
-                        {normal.x(), normal.y(), normal.z()}, ball->colour);
+                        faceNormal(vertices, triangle, towardsBall), ball->colour);
         ball->life = 0.0f;
     }
 }
 
 LevelCollision::LevelCollision(Level& level, const float* vertices, int32_t vertexCount)
-    : tag{"Level", &level}, tree(std::make_unique<TriangleTree>(vertices, vertexCount))
+    : contactReport(vertices, vertexCount), tag{"Level", &level},
+      tree(std::make_unique<TriangleTree>(vertices, vertexCount))
 {
     btRigidBody::btRigidBodyConstructionInfo info(0.0f, nullptr, &tree->shape());
     body = std::make_unique<btRigidBody>(info);

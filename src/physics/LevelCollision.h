@@ -12,13 +12,20 @@ class btDynamicsWorld;
 class btRigidBody;
 
 // Tells the level where paint balls touch it. Runs after each internal physics tick: for every
-// live ball touching the level it hands the contact point on the level, the level's outward normal
-// there and the ball's colour to Level::paintHit, and ends the ball's life so it paints once.
+// live ball touching the level it hands the contact point on the level, the normal of the level
+// triangle touched (facing the ball) and the ball's colour to Level::paintHit, and ends the
+// ball's life so it paints once.
 class PhysicsContactReport
 {
 public:
+    // VERTICES is the level's triangle list (x, y, z, w per vertex), read in place.
+    PhysicsContactReport(const float* vertices, int32_t vertexCount);
     virtual ~PhysicsContactReport() = default;
     void onTick(btDynamicsWorld& world);
+
+private:
+    const float* vertices;
+    int32_t triangleCount;
 };
 
 // The level's side of the physics: a static triangle mesh over the level's own vertex array, in

@@ -59,6 +59,32 @@ std::vector<float> join(std::vector<float> a, const std::vector<float>& b)
     return a;
 }
 
+// The rectangle CORNER + s U + t V (0 <= s, t <= 1) in 1 x 1 squares, facing U x V.
+std::vector<float> tiles(const Vec3& corner, const Vec3& u, const Vec3& v)
+{
+    const int nu = static_cast<int>(std::lround(std::sqrt(math::dot(u, u))));
+    const int nv = static_cast<int>(std::lround(std::sqrt(math::dot(v, v))));
+    auto at = [&](int i, int j) -> std::vector<float>
+    {
+        const float s = static_cast<float>(i) / nu, t = static_cast<float>(j) / nv;
+        return {corner.x + s * u.x + t * v.x, corner.y + s * u.y + t * v.y,
+                corner.z + s * u.z + t * v.z};
+    };
+    std::vector<float> out;
+    for (int i = 0; i < nu; ++i)
+    {
+        for (int j = 0; j < nv; ++j)
+        {
+            for (const auto& corner : {at(i, j), at(i + 1, j), at(i + 1, j + 1), at(i, j),
+                                       at(i + 1, j + 1), at(i, j + 1)})
+            {
+                out.insert(out.end(), corner.begin(), corner.end());
+            }
+        }
+    }
+    return out;
+}
+
 // Turns CAMERA to look along the unit vector D.
 void lookAlong(Camera& camera, const Vec3& d)
 {
@@ -295,5 +321,74 @@ TEST_F(BallGlTest, EveryThrowPaintsOnceWhereItStrikes)
         EXPECT_NEAR(hit.point.x, expected.x, slack);
         EXPECT_NEAR(hit.point.y, expected.y, slack);
         EXPECT_NEAR(hit.point.z, expected.z, slack);
+    }
+}
+
+TEST_F(BallGlTest, SplatsOnEveryWallOfARoomAreSquaresOnThatWall)
+{
+    // A 12 x 8 x 12 room of 1 m tiles around the start (2, 3); every face lies 6 m from it but
+    // the ceiling, 8 m above the floor. Tile edges cross where the balls strike.
+    std::vector<float> room;
+    const Vec3 x{12, 0, 0}, y{0, 8, 0}, z{0, 0, 12};
+    for (const auto& face :
+         {tiles({-4, 3, -3}, z, x), tiles({-4, 11, -3}, x, z), tiles({-4, 3, -3}, y, z),
+          tiles({8, 3, -3}, z, y), tiles({-4, 3, -3}, x, y), tiles({-4, 3, 9}, y, x)})
+    {
+        room = join(room, face);
+    }
+    struct Face
+    {
+        Vec3 normal, u, v; // facing into the room, and two directions along it
+        float plane;       // its distance from the origin along NORMAL, negated
+    };
+    const Face faces[] = {
+        {{0, 1, 0}, {1, 0, 0}, {0, 0, 1}, -3}, {{0, -1, 0}, {1, 0, 0}, {0, 0, 1}, 11},
+        {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, 4},  {{-1, 0, 0}, {0, 1, 0}, {0, 0, 1}, 8},
+        {{0, 0, 1}, {1, 0, 0}, {0, 1, 0}, 3},  {{0, 0, -1}, {1, 0, 0}, {0, 1, 0}, 9}};
+    for (const Face& face : faces)
+    {
+        for (float su : {0.0f, 0.2f, -0.1f})
+        {
+            const float sv = su == 0.0f ? 0.0f : 0.15f;
+            const Vec3 look = math::normalize({-face.normal.x + su * face.u.x + sv * face.v.x,
+                                               -face.normal.y + su * face.u.y + sv * face.v.y,
+                                               -face.normal.z + su * face.u.z + sv * face.v.z});
+            SCOPED_TRACE("facing " + std::to_string(face.normal.x) + " " +
+                         std::to_string(face.normal.y) + " " + std::to_string(face.normal.z) +
+                         ", aside " + std::to_string(su));
+            player.reset();
+            level.reset();
+            PhysicsWorld::destroy();
+            level = levelOf(room);
+            player = std::make_unique<Player>();
+            frame(1.0f / 60.0f);
+            lookAlong(player->camera(), look);
+            player->throwBall();
+            for (int i = 0; i < 120 && !player->getBalls().empty(); ++i)
+            {
+                frame(1.0f / 60.0f);
+            }
+            ASSERT_EQ(level->getHits().size(), 1u);
+            const PaintHit& hit = level->getHits()[0];
+            EXPECT_NEAR(math::dot(hit.normal, face.normal), 1.0f, 1e-6f);
+            double area = 0.0;
+            for (const DecalPolygon& polygon : level->cutSplat(hit.point, hit.normal))
+            {
+                for (size_t i = 0; i < polygon.size(); ++i)
+                {
+                    const DecalVertex& c = polygon[i];
+                    const Vec3 off{c.x - hit.point.x, c.y - hit.point.y, c.z - hit.point.z};
+                    EXPECT_LE(std::fabs(math::dot(off, face.u)), 1.5f + 1e-4f);
+                    EXPECT_LE(std::fabs(math::dot(off, face.v)), 1.5f + 1e-4f);
+                    EXPECT_LE(std::fabs(math::dot({c.x, c.y, c.z}, face.normal) + face.plane),
+                              0.5f);
+                    const DecalVertex& n = polygon[(i + 1) % polygon.size()];
+                    const Vec3 e1{c.x - polygon[0].x, c.y - polygon[0].y, c.z - polygon[0].z};
+                    const Vec3 e2{n.x - polygon[0].x, n.y - polygon[0].y, n.z - polygon[0].z};
+                    area += 0.5 * math::dot(math::cross(e1, e2), face.normal);
+                }
+            }
+            EXPECT_NEAR(area, 9.0, 1e-3) << "the whole 3 x 3 square lies on the wall";
+        }
     }
 }
