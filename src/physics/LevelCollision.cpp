@@ -2,12 +2,12 @@
 
 #include "physics/Ball.h"
 #include "physics/TriangleTree.h"
-#include "scene/Level.h"
 
 #include <btBulletDynamicsCommon.h>
 
 #include <cassert>
 #include <cstring>
+#include <utility>
 
 namespace
 {
@@ -64,7 +64,7 @@ void PhysicsContactReport::onTick(btDynamicsWorld& world)
         auto* ball = static_cast<Ball*>(ballTag->owner);
         if (ball->life <= 0.0f)
         {
-            continue; // it has painted already in an earlier tick of this step
+            continue; // it struck in an earlier tick of this step and has been recorded
         }
         // Continuous collision adds manifolds that say where the ball will be, not that it touched.
         if (PhysicsWorld::isPredictive(world, manifold))
@@ -91,11 +91,17 @@ void PhysicsContactReport::onTick(btDynamicsWorld& world)
         const btVector3 towardsBall = levelFirst ? -last->m_normalWorldOnB : last->m_normalWorldOnB;
         const int triangle = levelFirst ? last->m_index0 : last->m_index1;
         assert(triangle >= 0 && triangle < triangleCount);
-        auto* level = static_cast<Level*>(levelTag->owner);
-        level->paintHit({onLevel.x(), onLevel.y(), onLevel.z()},
-                        faceNormal(vertices, triangle, towardsBall), ball->colour);
+        // Painting here would create decals and play sounds in the middle of Bullet's step.
+        hits.push_back({{onLevel.x(), onLevel.y(), onLevel.z()},
+                        faceNormal(vertices, triangle, towardsBall),
+                        ball->colour});
         ball->life = 0.0f;
     }
+}
+
+std::vector<PaintHit> PhysicsContactReport::takeHits()
+{
+    return std::exchange(hits, {});
 }
 
 LevelCollision::LevelCollision(Level& level, const float* vertices, int32_t vertexCount)
