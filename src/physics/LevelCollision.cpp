@@ -11,9 +11,6 @@
 
 namespace
 {
-// A manifold keeps points a little apart from the surface; only real touches paint.
-const float TOUCH_DISTANCE = 0.05f;
-
 PhysicsBody* tagOf(const btCollisionObject* object)
 {
     return static_cast<PhysicsBody*>(object->getUserPointer());
@@ -71,19 +68,13 @@ void PhysicsContactReport::onTick(btDynamicsWorld& world)
         {
             continue;
         }
-        const btManifoldPoint* last = nullptr;
-        for (int p = 0; p < manifold->getNumContacts(); ++p)
-        {
-            const btManifoldPoint& point = manifold->getContactPoint(p);
-            if (point.getDistance() <= TOUCH_DISTANCE)
-            {
-                last = &point;
-            }
-        }
-        if (!last)
+        // Bullet drops every point farther than its contact threshold (about 0.01 for a ball):
+        // what is left touches.
+        if (manifold->getNumContacts() == 0)
         {
             continue;
         }
+        const btManifoldPoint* last = &manifold->getContactPoint(manifold->getNumContacts() - 1);
         // The manifold's normal points from body 1 towards body 0: from the level towards the
         // ball when the level is body 1. The triangle index is the level's own triangle order.
         const btVector3 onLevel =
