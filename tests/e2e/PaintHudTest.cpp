@@ -68,31 +68,15 @@ PaintBox paintBox(const Image& image)
     return box;
 }
 
-// A floor at y = 3 around the start (2, 3) and, 6 m to its left, a wall facing +x built of 1 m
-// tiles, so the ball lands near tile edges. One mesh: the level is the file's last mesh.
+// A floor at y = 3 around the start (2, 3) and, 6 m to its left, a wall facing +x. One mesh: the
+// level is the file's last mesh.
 std::string wallOnTheLeft()
 {
     fbxtest::AsciiMesh level;
     level.name = "floor and wall";
-    level.vertices = {-4, 3, -7, -4, 3, 13, 8, 3, 13, 8, 3, -7};
-    level.polygonVertices = {0, 1, 2, -4};
-    const int rows = 12, columns = 20; // y 0..12, z -7..13
-    for (int y = 0; y <= rows; ++y)
-    {
-        for (int z = 0; z <= columns; ++z)
-        {
-            level.vertices.insert(level.vertices.end(), {-4.0, double(y), z - 7.0});
-        }
-    }
-    for (int y = 0; y < rows; ++y)
-    {
-        for (int z = 0; z < columns; ++z)
-        {
-            const int a = 4 + y * (columns + 1) + z;
-            level.polygonVertices.insert(level.polygonVertices.end(),
-                                         {a, a + columns + 1, a + columns + 2, ~(a + 1)});
-        }
-    }
+    level.vertices = {-4, 3, -7,  -4, 3,  13,  8,  3,  13, 8,  3, -7,
+                      -4, 0, -20, -4, 20, -20, -4, 20, 20, -4, 0, 20};
+    level.polygonVertices = {0, 1, 2, -4, 4, 5, 6, -8};
     return fbxtest::asciiFile({level});
 }
 
