@@ -68,26 +68,46 @@ void PhysicsContactReport::onTick(btDynamicsWorld& world)
         {
             continue;
         }
-        // Bullet drops every point farther than its contact threshold (about 0.01 for a ball):
-        // what is left touches.
-        if (manifold->getNumContacts() == 0)
+        PaintHit hit{{}, {}, ball->colour};
+        if (!findStrike(*manifold, levelFirst, hit))
         {
             continue;
         }
-        const btManifoldPoint* last = &manifold->getContactPoint(manifold->getNumContacts() - 1);
-        // The manifold's normal points from body 1 towards body 0: from the level towards the
-        // ball when the level is body 1. The triangle index is the level's own triangle order.
-        const btVector3 onLevel =
-            levelFirst ? last->getPositionWorldOnA() : last->getPositionWorldOnB();
-        const btVector3 towardsBall = levelFirst ? -last->m_normalWorldOnB : last->m_normalWorldOnB;
-        const int triangle = levelFirst ? last->m_index0 : last->m_index1;
-        assert(triangle >= 0 && triangle < triangleCount);
         // Painting here would create decals and play sounds in the middle of Bullet's step.
-        hits.push_back({{onLevel.x(), onLevel.y(), onLevel.z()},
-                        faceNormal(vertices, triangle, towardsBall),
-                        ball->colour});
+        hits.push_back(hit);
         ball->life = 0.0f;
     }
+}
+
+// Bullet drops every point farther than its contact threshold (about 0.01 for a ball): every
+// point left touches. Near an edge the ball also touches the triangles beyond it, at their edge;
+// it struck the face whose normal Bullet's contact normal (from the level to the ball) follows
+// best.
+bool PhysicsContactReport::findStrike(const btPersistentManifold& manifold, bool levelFirst,
+                                      PaintHit& hit) const
+{
+    float best = -1.0f;
+    for (int p = 0; p < manifold.getNumContacts(); ++p)
+    {
+        const btManifoldPoint& point = manifold.getContactPoint(p);
+        // The manifold's normal points from body 1 towards body 0; triangle indices are the
+        // level's own triangle order.
+        const btVector3 towardsBall = levelFirst ? -point.m_normalWorldOnB : point.m_normalWorldOnB;
+        const int triangle = levelFirst ? point.m_index0 : point.m_index1;
+        assert(triangle >= 0 && triangle < triangleCount);
+        const Vec3 face = faceNormal(vertices, triangle, towardsBall);
+        const float fit =
+            face.x * towardsBall.x() + face.y * towardsBall.y() + face.z * towardsBall.z();
+        if (fit >= best)
+        {
+            const btVector3 onLevel =
+                levelFirst ? point.getPositionWorldOnA() : point.getPositionWorldOnB();
+            hit.point = {onLevel.x(), onLevel.y(), onLevel.z()};
+            hit.normal = face;
+            best = fit;
+        }
+    }
+    return best >= 0.0f;
 }
 
 std::vector<PaintHit> PhysicsContactReport::takeHits()

@@ -10,6 +10,7 @@
 class Level;
 class TriangleTree;
 class btDynamicsWorld;
+class btPersistentManifold;
 class btRigidBody;
 
 // Where a paint ball struck the level.
@@ -35,6 +36,10 @@ public:
     [[nodiscard]] std::vector<PaintHit> takeHits();
 
 private:
+    // Fills HIT's point and normal from the level triangle the ball of MANIFOLD struck; false
+    // when the manifold holds no point.
+    bool findStrike(const btPersistentManifold& manifold, bool levelFirst, PaintHit& hit) const;
+
     const float* vertices;
     int32_t triangleCount;
     std::vector<PaintHit> hits;
