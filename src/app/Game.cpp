@@ -432,6 +432,8 @@ void Game::update()
     if (player)
     {
         PhysicsWorld::instance().step(dt);
+        // Paint where balls struck during the step; the player removes those balls below.
+        level->paintRecordedHits();
         view = viewMatrix(player->camera());
     }
     Frustum::instance().update(perspective, view);

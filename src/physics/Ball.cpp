@@ -20,12 +20,34 @@ const float THROW_FORCE = 500.0f;
 const float THROW_TIME = 1.0f / 60.0f;
 // Without continuous collision a third of head-on shots pass through a one-triangle wall.
 const float CCD_MOTION_THRESHOLD = 0.15f;
+// How far around itself a ball looks for level triangles: Bullet's default contact breaking
+// threshold, more than the distance at which its sphere-triangle test already reports a touch.
+const float CONTACT_REACH = 0.02f;
+
+// Bullet looks for the level triangles a sphere may touch inside the sphere's own bounds. A fast
+// ball is stopped by a predictive contact exactly at the wall, a rounding error away from it,
+// with no speed left towards it; nothing ever pushes it closer, so with bare bounds it never
+// finds the wall's triangles, never touches and slides down the wall without painting. Bounds
+// grown by the contact threshold let the sphere-triangle test see the wall it rests against.
+class BallShape : public btSphereShape
+{
+public:
+    using btSphereShape::btSphereShape;
+
+    void getAabb(const btTransform& transform, btVector3& min, btVector3& max) const override
+    {
+        btSphereShape::getAabb(transform, min, max);
+        const btVector3 reach(CONTACT_REACH, CONTACT_REACH, CONTACT_REACH);
+        min -= reach;
+        max += reach;
+    }
+};
 } // namespace
 
 Ball::Ball(Vec3 start, Vec3 direction, Vec4 colour)
     : start(start), direction(direction), colour(colour), life(LIFE), tag{"Ball", this},
       sphere(std::make_unique<Sphere>(start, RADIUS, colour)),
-      shape(std::make_unique<btSphereShape>(RADIUS))
+      shape(std::make_unique<BallShape>(RADIUS))
 {
     btTransform origin;
     origin.setIdentity();

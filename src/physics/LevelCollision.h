@@ -1,24 +1,48 @@
 #pragma once
 
 #include "physics/PhysicsWorld.h"
+#include "scene/Math.h"
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
-class Ball;
 class Level;
 class TriangleTree;
 class btDynamicsWorld;
+class btPersistentManifold;
 class btRigidBody;
 
-// Tells the level where paint balls touch it. Runs after each internal physics tick: for every
-// live ball touching the level it hands the contact point on the level, the level's outward normal
-// there and the ball's colour to Level::paintHit, and ends the ball's life so it paints once.
+// Where a paint ball struck the level.
+struct PaintHit
+{
+    Vec3 point;  // on the level's surface
+    Vec3 normal; // of the level triangle the ball touched, unit length, facing the ball
+    Vec4 colour; // the ball's paint
+};
+
+// Finds where paint balls touch the level. Runs after each internal physics tick, still inside
+// PhysicsWorld::step: for every live ball touching the level it records the hit and ends the
+// ball's life, so the ball records nothing more. It paints nothing itself: whoever steps the world
+// paints the recorded hits once the step has returned.
 class PhysicsContactReport
 {
 public:
+    // VERTICES is the level's triangle list (x, y, z, w per vertex), read in place.
+    PhysicsContactReport(const float* vertices, int32_t vertexCount);
     virtual ~PhysicsContactReport() = default;
     void onTick(btDynamicsWorld& world);
+    // The hits recorded since the last call, in the order the balls struck; they are forgotten.
+    [[nodiscard]] std::vector<PaintHit> takeHits();
+
+private:
+    // Fills HIT's point and normal from the level triangle the ball of MANIFOLD struck; false
+    // when the manifold holds no point.
+    bool findStrike(const btPersistentManifold& manifold, bool levelFirst, PaintHit& hit) const;
+
+    const float* vertices;
+    int32_t triangleCount;
+    std::vector<PaintHit> hits;
 };
 
 // The level's side of the physics: a static triangle mesh over the level's own vertex array, in

@@ -24,6 +24,9 @@ class GameDynamicsWorld : public btDiscreteDynamicsWorld
 {
 public:
     using btDiscreteDynamicsWorld::btDiscreteDynamicsWorld;
+    // The stock world only lets go of its predictive manifolds at its next step. They live in
+    // the dispatcher, which outlasts the scene, and point at bodies that may be gone by then.
+    ~GameDynamicsWorld() override { releasePredictiveContacts(); }
 
     bool isPredictive(const btPersistentManifold* manifold) const
     {

@@ -132,6 +132,18 @@ void Level::paintHit(Vec3 point, Vec3 normal, Vec4 colour)
     paint.add(polygons, Bounds::fromMinMax(min, max), colour);
 }
 
+void Level::paintRecordedHits()
+{
+    if (!collision)
+    {
+        return;
+    }
+    for (const PaintHit& hit : collision->getContactReport().takeHits())
+    {
+        paintHit(hit.point, hit.normal, hit.colour);
+    }
+}
+
 std::list<DecalPolygon> Level::cutSplat(Vec3 point, Vec3 normal, bool tree) const
 {
     const SplatFrame frame = splat::frame(point, normal);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "physics/LevelCollision.h"
 #include "scene/Paint.h"
 #include "scene/SceneNode.h"
 #include "scene/Splat.h"
@@ -9,16 +10,7 @@
 #include <memory>
 #include <vector>
 
-class LevelCollision;
 class Shader;
-
-// Where a paint ball struck the level.
-struct PaintHit
-{
-    Vec3 point;  // on the level's surface
-    Vec3 normal; // the level's outward normal there
-    Vec4 colour; // the ball's paint
-};
 
 // The one static mesh the player walks in: a flat, unindexed triangle list (every three
 // consecutive vertices are a triangle) with its GL buffers and the paint stuck onto it. The level
@@ -41,10 +33,14 @@ public:
     // A paint ball struck the level at POINT, whose outward normal is NORMAL: cuts a splat out
     // of the surface around it and sticks it on as a decal (which also plays the splash).
     void paintHit(Vec3 point, Vec3 normal, Vec4 colour);
+    // Paints what the balls struck during the physics steps since the last call, in the order
+    // they struck. Call it after PhysicsWorld::step has returned, never from inside the step.
+    void paintRecordedHits();
     // The splat's polygons for a hit, without making a decal. The triangles near the hit come
     // from the collision tree when the level has one (TREE), else from a scan of every triangle;
     // both give the same polygons in the same order.
     std::list<DecalPolygon> cutSplat(Vec3 point, Vec3 normal, bool tree = true) const;
+    // Every hit painted so far, oldest first.
     const std::vector<PaintHit>& getHits() const { return hits; }
 
     void update(float) override {}

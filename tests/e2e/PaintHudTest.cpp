@@ -1,12 +1,15 @@
-// End-to-end: paint on the flat white level, the overlay, and the "loading..." message.
+// End-to-end: paint on the flat white level, the shape of a splat on a wall, the overlay, and
+// the "loading..." message.
 #include "FbxTestSupport.h"
 #include "support/GameProcess.h"
 #include "support/Image.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <regex>
 
 namespace
 {
@@ -38,6 +41,43 @@ int paintedPixels(const Image& image)
         }
     }
     return n;
+}
+
+// The box around every painted pixel.
+struct PaintBox
+{
+    int x0 = 1 << 20, y0 = 1 << 20, x1 = -1, y1 = -1;
+    int width() const { return x1 - x0 + 1; }
+    int height() const { return y1 - y0 + 1; }
+};
+
+PaintBox paintBox(const Image& image)
+{
+    PaintBox box;
+    for (int y = 0; y < image.height; ++y)
+    {
+        for (int x = 0; x < image.width; ++x)
+        {
+            if (paintOf(image.pixel(x, y)) >= 0)
+            {
+                box = {std::min(box.x0, x), std::min(box.y0, y), std::max(box.x1, x),
+                       std::max(box.y1, y)};
+            }
+        }
+    }
+    return box;
+}
+
+// A floor at y = 3 around the start (2, 3) and, 6 m to its left, a wall facing +x. One mesh: the
+// level is the file's last mesh.
+std::string wallOnTheLeft()
+{
+    fbxtest::AsciiMesh level;
+    level.name = "floor and wall";
+    level.vertices = {-4, 3, -7,  -4, 3,  13,  8,  3,  13, 8,  3, -7,
+                      -4, 0, -20, -4, 20, -20, -4, 20, 20, -4, 0, 20};
+    level.polygonVertices = {0, 1, 2, -4, 4, 5, 6, -8};
+    return fbxtest::asciiFile({level});
 }
 
 class PaintHudTest : public ::testing::Test
@@ -88,6 +128,46 @@ TEST_F(PaintHudTest, ThrownBallsLeaveSplatsInTheirColoursOnTheWhiteLevel)
     EXPECT_GT(painted, 2000) << "no splats to be seen";
     EXPECT_EQ(game.outputText().find("FMOD error"), std::string::npos) << "the splash failed";
     EXPECT_NE(game.outputText().find("Loaded Texture: paint0"), std::string::npos);
+    game.key("Escape");
+    EXPECT_EQ(game.waitExit(10.0), 0);
+}
+
+TEST_F(PaintHudTest, ASplatOnAWallFacingXIsAboutAsTallAsItIsWide)
+{
+    game.writeData("fbx/level.fbx", wallOnTheLeft());
+    start();
+    ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS));
+    game.waitExit(3.5);
+    // A quarter turn to the left (3.5 degrees a pixel), in steps too small for the pointer's
+    // acceleration.
+    for (int i = 0; i < 13; ++i)
+    {
+        game.mouseMoveRelative(-2, 0);
+    }
+    game.waitExit(0.5);
+    const size_t before = game.errorText().size();
+    game.click(1);
+    std::smatch aim;
+    std::string line;
+    for (int i = 0; i < 50 && aim.empty(); ++i)
+    {
+        game.waitExit(0.1);
+        line = game.errorText().substr(before);
+        std::regex_search(line, aim, std::regex(R"(\((-?[0-9.]+), (-?[0-9.]+), (-?[0-9.]+)\)\n)"));
+    }
+    ASSERT_FALSE(aim.empty()) << "no throw: " << line;
+    ASSERT_LT(std::stof(aim[1].str()), -0.95f) << "the view did not turn to the wall: " << line;
+
+    PaintBox box;
+    for (int i = 0; i < 20 && box.height() < 150; ++i) // the ball takes a moment to land
+    {
+        game.waitExit(0.25);
+        box = paintBox(worldView(shot("splat")));
+    }
+    EXPECT_GT(box.height(), 150) << "no splat on the wall 6 m ahead";
+    const double ratio = static_cast<double>(box.width()) / box.height();
+    EXPECT_GT(ratio, 0.6) << box.width() << " x " << box.height() << " pixels";
+    EXPECT_LT(ratio, 1.7) << box.width() << " x " << box.height() << " pixels";
     game.key("Escape");
     EXPECT_EQ(game.waitExit(10.0), 0);
 }

@@ -109,7 +109,7 @@ TEST_F(SplatTest, AHitNextToAWallPaintsBothAndNothingFacingAway)
     scene.insert(scene.end(), {-5, 0, -1, 5, 0, -1, 5, 5, -1, -5, 0, -1, 5, 5, -1, -5, 5, -1});
     scene.insert(scene.end(), {-5, 0, -1.2f, 5, 5, -1.2f, 5, 0, -1.2f});
     std::unique_ptr<Level> level = levelOf(scene);
-    // A ball landing in the corner touches both: the contact normal points out between them.
+    // A hit whose normal points out between floor and wall paints both.
     const std::list<DecalPolygon> polygons = level->cutSplat({0, 0.2f, -0.8f}, {0, 1, 1});
     bool floor = false, wall = false;
     for (const DecalPolygon& p : polygons)
