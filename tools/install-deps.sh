@@ -9,7 +9,7 @@ PACKAGES=(
     libgl1-mesa-dev libgl1-mesa-dri libx11-dev
     libgtest-dev libgmock-dev libbenchmark-dev libassimp-dev assimp-testmodels
     xvfb xauth xdotool imagemagick
-    lintian desktop-file-utils appstream
+    file lintian desktop-file-utils appstream
 )
 
 missing=()
