@@ -1,5 +1,7 @@
 #!/usr/bin/python3
-"""Desktop icon: packaging/blotch.png, 128 x 128 RGBA, two overlapping paint splats.
+"""Desktop icon: packaging/blotch.png, 128 x 128 RGBA, overlapping paint splats, and the other
+sizes the install puts in the hicolor icon theme, packaging/icons/SIZE/blotch.png, each reduced
+from the same large drawing (never enlarged from a smaller picture).
 
 Needs the Debian package python3-pil (and fonts-league-spartan, only because the shared menu code
 loads it). Run from anywhere:
@@ -19,6 +21,8 @@ ROOT = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)),
 SIZE = 128
 # Drawn at four times the size and reduced, so the droplets stay round at 128 px.
 SCALE = 4
+# The other hicolor theme sizes the install ships beside 128; desktops pick the nearest one.
+THEME_SIZES = (48, 64, 256)
 
 
 def main():
@@ -37,10 +41,14 @@ def main():
         alpha.paste(mask, box)
         paint.putalpha(alpha)
         icon = Image.alpha_composite(icon, paint)
-    icon = icon.resize((SIZE, SIZE), Image.LANCZOS)
-    path = os.path.join(ROOT, "packaging", "blotch.png")
+    save(icon, SIZE, os.path.join(ROOT, "packaging", "blotch.png"))
+    for size in THEME_SIZES:
+        save(icon, size, os.path.join(ROOT, "packaging", "icons", str(size), "blotch.png"))
+
+
+def save(drawing, size, path):
     os.makedirs(os.path.dirname(path), exist_ok=True)
-    icon.save(path, optimize=True)
+    drawing.resize((size, size), Image.LANCZOS).save(path, optimize=True)
     print(f"wrote {os.path.relpath(path, ROOT)}")
 
 

@@ -3,6 +3,7 @@
 #include "app/Hud.h"
 #include "app/Menu.h"
 #include "app/Settings.h"
+#include "core/DataPath.h"
 #include "physics/PhysicsWorld.h"
 #include "physics/Player.h"
 #include "render/FontManager.h"
@@ -22,6 +23,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace
 {
@@ -38,7 +40,7 @@ const float FLASH_RATE = 1.8f; // ambient added per second during the flash
 // The compatibility resize event of the old SDL interface; createWindow queues one so the first
 // pass of the event handler sets the viewport.
 const Uint32 RESIZE_EVENT = SDL_WINDOWEVENT;
-const char* const LEVEL_FILE = "data/fbx/level.fbx";
+const char* const SHIPPED_LEVEL = "fbx/level.fbx"; // inside the data tree
 // The match ends when the eye falls below this height (the main floor is at about 3).
 const float FALL_HEIGHT = 4.0f;
 // The orrery that marks a spot in the level.
@@ -56,8 +58,11 @@ Mat4 screenOrtho()
 }
 } // namespace
 
-Game::Game()
-    : display(std::make_unique<Display>()), perspective(math::identity()), view(math::identity())
+Game::Game() : Game(dataFile(SHIPPED_LEVEL)) {}
+
+Game::Game(std::string levelFile)
+    : levelFile(std::move(levelFile)), display(std::make_unique<Display>()),
+      perspective(math::identity()), view(math::identity())
 {
     SoundManager::instance();
 }
@@ -238,7 +243,7 @@ bool Game::loadMatch()
 
 bool Game::buildLevel(std::string& reason)
 {
-    levelLoader->load(LEVEL_FILE);
+    levelLoader->load(levelFile);
     levelLoader->printMetaData();
     levelLoader->printHierarchy();
     levelLoader->convertNodes();
@@ -253,9 +258,8 @@ bool Game::buildLevel(std::string& reason)
     built->initBuffers();
     if (!built->buildPhysics())
     {
-        reason = levelLoader->error().empty()
-                     ? std::string(LEVEL_FILE) + " holds no triangles to walk on"
-                     : levelLoader->error();
+        reason = levelLoader->error().empty() ? levelFile + " holds no triangles to walk on"
+                                              : levelLoader->error();
         return false;
     }
     level = built.get();

@@ -36,7 +36,10 @@ class Game
 public:
     static constexpr int KEY_COUNT = 512; // one slot per SDL scancode
 
+    // Plays the shipped level, fbx/level.fbx in the data tree.
     Game();
+    // Plays LEVELFILE (an FBX file, read when the match is built) instead of the shipped level.
+    explicit Game(std::string levelFile);
     // Tears down whatever init() and loadMatch() built, in reverse dependency order; safe on a
     // partly built game.
     ~Game();
@@ -98,6 +101,7 @@ private:
     // Binds one of the game's own programs with the frame's matrices; null when it is missing.
     Shader* bindOwn(const char* name);
 
+    std::string levelFile;
     std::unique_ptr<Display> display;
     uint8_t keys[KEY_COUNT] = {};
     FrameClock clock;

@@ -1,6 +1,7 @@
 #include "render/FontManager.h"
 
 #include "app/Settings.h"
+#include "core/DataPath.h"
 #include "render/Shader.h"
 #include "render/ShaderManager.h"
 #include "render/TextureManager.h"
@@ -267,7 +268,7 @@ bool FontManager::load(const std::string& name)
     TextureManager& textures = TextureManager::instance();
     textures.loadFontPage(name, GL_RGBA);
 
-    const std::string path = "data/fonts/" + name + ".fnt";
+    const std::string path = dataFile("fonts/" + name + ".fnt");
     std::ifstream in(path);
     Font font;
     if (!readFont(in, font))

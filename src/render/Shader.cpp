@@ -1,5 +1,6 @@
 #include "render/Shader.h"
 
+#include "core/DataPath.h"
 #include "scene/Math.h"
 
 #include <GL/glew.h>
@@ -45,7 +46,7 @@ Shader::~Shader()
 
 void Shader::load()
 {
-    const std::string base = "data/shader/" + name;
+    const std::string base = dataFile("shader/" + name);
     vertexShader = compileStage(GL_VERTEX_SHADER, base + ".vert");
     fragmentShader = compileStage(GL_FRAGMENT_SHADER, base + ".frag");
 

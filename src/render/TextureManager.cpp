@@ -1,5 +1,7 @@
 #include "render/TextureManager.h"
 
+#include "core/DataPath.h"
+
 #include <FreeImage.h>
 #include <GL/glew.h>
 
@@ -38,7 +40,7 @@ void TextureManager::load(const std::string& name, unsigned int pixelFormat,
     {
         return;
     }
-    loadFile("data/textures/" + name + "." + extension, name, pixelFormat, GL_RGBA, 0, 0);
+    loadFile(dataFile("textures/" + name + "." + extension), name, pixelFormat, GL_RGBA, 0, 0);
 }
 
 void TextureManager::loadFontPage(const std::string& name, unsigned int pixelFormat)
@@ -47,7 +49,7 @@ void TextureManager::loadFontPage(const std::string& name, unsigned int pixelFor
     {
         return;
     }
-    loadFile("data/fonts/" + name + "_0.tga", name, pixelFormat, GL_RGBA, 0, 0);
+    loadFile(dataFile("fonts/" + name + "_0.tga"), name, pixelFormat, GL_RGBA, 0, 0);
 }
 
 bool TextureManager::loadFile(const std::string& path, const std::string& name,
@@ -120,7 +122,10 @@ void TextureManager::create(const std::string& name, int width, int height)
     textures[name] = id;
 }
 
-void TextureManager::forget(const std::string& name) { textures.erase(name); }
+void TextureManager::forget(const std::string& name)
+{
+    textures.erase(name);
+}
 
 unsigned int TextureManager::get(const std::string& name)
 {

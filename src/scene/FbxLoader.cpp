@@ -222,6 +222,8 @@ void FbxLoader::convertNodes()
     printBanner("Node Content");
     if (!scene_)
         return;
+    int meshes = 0;
+    const char* played = "";
     for (int n : scene_->walkOrder())
     {
         const fbx::Node& node = scene_->nodes()[n];
@@ -243,7 +245,11 @@ void FbxLoader::convertNodes()
                 std::printf("Node is a Mesh\n");
                 std::printf("Mesh Name: %s\n", node.name.c_str());
                 if (node.mesh >= 0)
+                {
                     convertMesh(scene_->meshes()[node.mesh]);
+                    ++meshes;
+                    played = node.name.c_str();
+                }
                 break;
             case fbx::AttributeType::Nurb:
                 std::printf("Node is a Nurb\n");
@@ -263,6 +269,13 @@ void FbxLoader::convertNodes()
         }
         printGeometricTransform(node);
     }
+    // Levels from other tools often hold several objects; only the last one is played, so say
+    // so where the author will see it.
+    if (meshes > 1)
+        std::fprintf(stderr,
+                     "The level file holds %d meshes; playing only the last%s%s%s (join the "
+                     "objects into one mesh before export)\n",
+                     meshes, *played ? ", \"" : "", played, *played ? "\"" : "");
 }
 
 void FbxLoader::convertMesh(const Mesh& mesh)

@@ -30,10 +30,11 @@ public:
 
     // Reads and imports the file; prints the "loading the scene" report. False on failure,
     // with the reason in error().
-    bool load(const std::string& path = "data/fbx/level.fbx");
+    bool load(const std::string& path);
     void printMetaData();
     void printHierarchy();
-    // Prints the node report and converts every mesh node in walk order; the last one wins.
+    // Prints the node report and converts every mesh node in walk order; the last one wins, and
+    // a file with more than one says so on standard error.
     void convertNodes();
 
     // Why the last load() failed; empty after a successful one.

@@ -1,5 +1,7 @@
 #include "sound/SoundManager.h"
 
+#include "core/DataPath.h"
+
 #include <SDL.h>
 #include <SDL_mixer.h>
 
@@ -116,13 +118,13 @@ void SoundManager::openDevice()
 
 void SoundManager::loadSounds()
 {
-    music = Mix_LoadMUS("data/sound/Serendipity.mp3");
+    music = Mix_LoadMUS(dataFile("sound/Serendipity.mp3").c_str());
     check(music ? 0 : -1);
-    shot1 = Mix_LoadWAV("data/sound/shot1.mp3");
+    shot1 = Mix_LoadWAV(dataFile("sound/shot1.mp3").c_str());
     check(shot1 ? 0 : -1);
-    shot2 = Mix_LoadWAV("data/sound/shot2.mp3");
+    shot2 = Mix_LoadWAV(dataFile("sound/shot2.mp3").c_str());
     check(shot2 ? 0 : -1);
-    splash = Mix_LoadWAV("data/sound/splash.mp3");
+    splash = Mix_LoadWAV(dataFile("sound/splash.mp3").c_str());
     check(splash ? 0 : -1);
 }
 

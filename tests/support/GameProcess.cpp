@@ -12,6 +12,7 @@
 #include <regex>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -76,10 +77,16 @@ GameProcess::GameProcess(Data data)
     {
         fs::create_directory_symlink(source, fs::path(dir) / "data");
     }
-    else
+    else if (data == Data::Copy)
     {
         fs::copy(source, fs::path(dir) / "data", fs::copy_options::recursive);
     }
+}
+
+void GameProcess::setCommand(std::string binary, std::vector<std::string> arguments)
+{
+    this->binary = std::move(binary);
+    this->arguments = std::move(arguments);
 }
 
 GameProcess::~GameProcess()
@@ -117,6 +124,13 @@ bool GameProcess::start(const std::vector<std::string>& environment)
 {
     const std::string out = dir + "/stdout.txt";
     const std::string err = dir + "/stderr.txt";
+    // Unbuffered output, so the test sees each line as the game writes it.
+    std::vector<const char*> argv{"stdbuf", "-o0", "-e0", binary.c_str()};
+    for (const std::string& argument : arguments)
+    {
+        argv.push_back(argument.c_str());
+    }
+    argv.push_back(nullptr);
     pid = fork();
     if (pid < 0)
     {
@@ -138,10 +152,8 @@ bool GameProcess::start(const std::vector<std::string>& environment)
         {
             putenv(const_cast<char*>(entry.c_str()));
         }
-        // Unbuffered output, so the test sees each line as the game writes it.
-        execl("/usr/bin/stdbuf", "stdbuf", "-o0", "-e0", BLOTCH_BINARY,
-              static_cast<char*>(nullptr));
-        execl(BLOTCH_BINARY, BLOTCH_BINARY, static_cast<char*>(nullptr));
+        execv("/usr/bin/stdbuf", const_cast<char* const*>(argv.data()));
+        execv(binary.c_str(), const_cast<char* const*>(argv.data() + 3));
         _exit(127);
     }
     return true;

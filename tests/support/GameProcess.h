@@ -13,7 +13,8 @@ public:
     enum class Data
     {
         Link, // data/ is a link to the repository's data
-        Copy  // data/ is a private copy that the test may damage
+        Copy, // data/ is a private copy that the test may damage
+        None  // no data/: the game must find its data elsewhere
     };
 
     explicit GameProcess(Data data = Data::Link);
@@ -30,6 +31,8 @@ public:
     // How long a start may take: software GL on a loaded CI machine can be slow.
     static constexpr double START_SECONDS = 30.0;
 
+    // Runs BINARY (the build's game unless set) with ARGUMENTS after its name.
+    void setCommand(std::string binary, std::vector<std::string> arguments = {});
     // Starts the binary; extra "NAME=value" entries are added to its environment.
     bool start(const std::vector<std::string>& environment = {});
     // Starts the binary and waits until its main loop runs and its window is mapped.
@@ -64,6 +67,8 @@ private:
     void focus();
 
     std::string dir;
+    std::string binary = BLOTCH_BINARY;
+    std::vector<std::string> arguments;
     int pid = -1;
     std::optional<int> exitStatus;
     unsigned long windowId = 0;

@@ -1,0 +1,120 @@
+#include "app/CommandLine.h"
+
+#include "core/DataPath.h"
+
+#include <SDL.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace
+{
+#ifndef BLOTCH_VERSION
+#define BLOTCH_VERSION "unknown"
+#endif
+const char* const VERSION = BLOTCH_VERSION; // the CMake project's version
+
+const char* const KEYS = "Keys:\n"
+                         "  Return            start a match (on the title screen)\n"
+                         "  W A S D, arrows   walk\n"
+                         "  mouse             look\n"
+                         "  left button       throw a paint ball\n"
+                         "  R                 level the view again\n"
+                         "  F1                help row with the graphics switches\n"
+                         "  F2                frame rate and game time\n"
+                         "  F3                wireframe\n"
+                         "  F4 / F5           texture quality / mipmap filter\n"
+                         "  F6                vertex buffers\n"
+                         "  F7                motion blur\n"
+                         "  F8                view-frustum culling\n"
+                         "  F9                transparency\n"
+                         "  Escape            quit\n";
+} // namespace
+
+CommandLine parseCommandLine(int argc, const char* const* argv)
+{
+    CommandLine line;
+    bool optionsEnded = false; // after "--" a name that starts with '-' is a level file
+    for (int i = 1; i < argc; ++i)
+    {
+        const char* arg = argv[i];
+        if (!optionsEnded && std::strcmp(arg, "--") == 0)
+        {
+            optionsEnded = true;
+        }
+        else if (!optionsEnded && (std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0))
+        {
+            line.action = CommandLine::Action::Help;
+            return line;
+        }
+        else if (!optionsEnded && std::strcmp(arg, "--version") == 0)
+        {
+            line.action = CommandLine::Action::Version;
+            return line;
+        }
+        else if (!optionsEnded && arg[0] == '-' && arg[1] != '\0')
+        {
+            line.action = CommandLine::Action::Misuse;
+            line.problem = std::string("unknown option '") + arg + "'";
+            return line;
+        }
+        else if (!line.levelFile.empty() || arg[0] == '\0')
+        {
+            line.action = CommandLine::Action::Misuse;
+            line.problem = arg[0] == '\0' ? "an empty level file name" : "more than one level file";
+            return line;
+        }
+        else
+        {
+            line.levelFile = arg;
+        }
+    }
+    return line;
+}
+
+void printUsage(std::FILE* out)
+{
+    std::fprintf(out, "Usage: blotch [LEVEL.fbx]\n"
+                      "       blotch --help | --version\n"
+                      "\n"
+                      "  LEVEL.fbx   play this level file instead of the shipped one\n"
+                      "  -h, --help  show the keys and where the game looks for its data\n"
+                      "  --version   show the version\n");
+}
+
+void printHelp()
+{
+    std::printf("Blotch %s: walk a level that turns white, and throw paint to see it again.\n\n",
+                VERSION);
+    printUsage(stdout);
+    std::printf("\nA level is an FBX file with one triangulated mesh, in metres with Y up; the\n"
+                "player starts at (2, 5, 3) and the match ends below a height of 4.\n\n%s",
+                KEYS);
+
+    std::string exeDir;
+    if (char* base = SDL_GetBasePath())
+    {
+        exeDir = base;
+        SDL_free(base);
+    }
+    const char* environment = std::getenv("BLOTCH_DATA");
+    const bool set = environment && *environment;
+    std::printf("\nData: the first of these folders that holds the game's data:\n");
+    if (!set)
+    {
+        std::printf("  $BLOTCH_DATA (not set)\n");
+    }
+    const std::vector<std::string> places = dataSearchOrder(environment, exeDir);
+    for (size_t i = 0; i < places.size(); ++i)
+    {
+        const bool last = i + 1 == places.size(); // the working directory's, always tried
+        std::printf("  %s%s%s\n", set && i == 0 ? "$BLOTCH_DATA = " : "", places[i].c_str(),
+                    last ? " (in the working directory)" : "");
+    }
+}
+
+void printVersion()
+{
+    std::printf("blotch %s\n", VERSION);
+}
