@@ -272,6 +272,8 @@ bool Game::buildLevel(std::string& reason)
     built->setMesh(std::move(levelLoader->vertices), std::move(levelLoader->normals),
                    std::move(levelLoader->uvs), count);
     levelLoader->vertexCount = 0;
+    // The collision tree only reads the vertices: it builds on a second thread during the upload.
+    built->startPhysics();
     built->initBuffers();
     endStage("gl upload");
     const bool physics = built->buildPhysics();

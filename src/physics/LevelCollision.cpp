@@ -75,8 +75,8 @@ void PhysicsContactReport::onTick(btDynamicsWorld& world)
     }
 }
 
-LevelCollision::LevelCollision(Level& level, const float* vertices, int32_t vertexCount)
-    : tag{"Level", &level}, tree(std::make_unique<TriangleTree>(vertices, vertexCount))
+LevelCollision::LevelCollision(Level& level, std::unique_ptr<TriangleTree> triangles)
+    : tag{"Level", &level}, tree(std::move(triangles))
 {
     btRigidBody::btRigidBodyConstructionInfo info(0.0f, nullptr, &tree->shape());
     body = std::make_unique<btRigidBody>(info);

@@ -2,7 +2,6 @@
 
 #include "physics/PhysicsWorld.h"
 
-#include <cstdint>
 #include <memory>
 
 class Ball;
@@ -27,7 +26,8 @@ public:
 class LevelCollision
 {
 public:
-    LevelCollision(Level& level, const float* vertices, int32_t vertexCount);
+    // TRIANGLES is the tree over LEVEL's vertex array. Makes the physics scene and adds the body.
+    LevelCollision(Level& level, std::unique_ptr<TriangleTree> triangles);
     ~LevelCollision();
     LevelCollision(const LevelCollision&) = delete;
     LevelCollision& operator=(const LevelCollision&) = delete;
