@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <numeric>
@@ -15,6 +16,7 @@ const int VERTEX_STRIDE = 4 * sizeof(float); // x, y, z, 1 per vertex
 const float MIN_LEAF_EXTENT = 0.002f;
 // Bullet's cache-friendly walk visits subtrees of at most this many bytes; its build lists them.
 const int SUBTREE_BYTES = MAX_SUBTREE_SIZE_IN_BYTES;
+const float QUANTIZED_TOP = 65534.0f; // leaves room to round a high corner up to odd
 
 // Where the leaves' box centres lie along each axis, in quantized units doubled (min + max), summed
 // exactly in integers, so which side of a split a leaf falls on never depends on rounding.
@@ -87,10 +89,24 @@ private:
             }
         }
         btQuantizedBvhNode node;
-        quantize(node.m_quantizedAabbMin, min, 0);
-        quantize(node.m_quantizedAabbMax, max, 1);
+        quantizeClamped(node.m_quantizedAabbMin, min, false);
+        quantizeClamped(node.m_quantizedAabbMax, max, true);
         node.m_escapeIndexOrTriangleIndex = triangle; // part 0
         return node;
+    }
+
+    // Bullet's quantize() (a box's low corner rounds down to even, its high corner up to odd), but
+    // safe for any coordinate: a level file may hold values too large for a float, or not a number,
+    // and those must still give a box inside the tree's range.
+    void quantizeClamped(unsigned short* out, const btVector3& point, bool high) const
+    {
+        for (int a = 0; a < 3; ++a)
+        {
+            float v = (point[a] - m_bvhAabbMin[a]) * m_bvhQuantization[a];
+            v = v > 0.0f ? std::min(v, QUANTIZED_TOP) : 0.0f; // not a number: 0
+            out[a] = high ? static_cast<unsigned short>(static_cast<unsigned short>(v + 1.0f) | 1)
+                          : static_cast<unsigned short>(static_cast<unsigned short>(v) & 0xfffe);
+        }
     }
 
     // The axis along which the centres spread most, in world units (quantization scales the axes
@@ -216,6 +232,38 @@ private:
     std::unique_ptr<btQuantizedBvhNode[]> leaves; // in split order while building, then freed
 };
 
+bool finite(const btVector3& v)
+{
+    return std::isfinite(v.x()) && std::isfinite(v.y()) && std::isfinite(v.z());
+}
+
+// The bounds of the coordinates that are finite (zero on an axis that has none): a level file may
+// hold values too large for a float, or not a number, and the tree's quantization needs a range.
+void finiteBounds(const float* vertices, int32_t vertexCount, btVector3& min, btVector3& max)
+{
+    min.setValue(BT_LARGE_FLOAT, BT_LARGE_FLOAT, BT_LARGE_FLOAT);
+    max = -min;
+    for (int32_t v = 0; v < vertexCount; ++v)
+    {
+        const float* p = vertices + static_cast<size_t>(v) * 4;
+        for (int a = 0; a < 3; ++a)
+        {
+            if (std::isfinite(p[a]))
+            {
+                min[a] = std::min(min[a], p[a]);
+                max[a] = std::max(max[a], p[a]);
+            }
+        }
+    }
+    for (int a = 0; a < 3; ++a)
+    {
+        if (min[a] > max[a])
+        {
+            min[a] = max[a] = 0.0f;
+        }
+    }
+}
+
 // Gathers the indices of the tree's leaves that overlap the box. Working on the nodes directly
 // skips fetching each triangle's vertices, which the caller reads itself anyway.
 class Collector : public btNodeOverlapCallback
@@ -255,6 +303,10 @@ TriangleTree::TriangleTree(const float* vertices, int32_t vertexCount)
         const btVector3 point(p[0], p[1], p[2]);
         min.setMin(point);
         max.setMax(point);
+    }
+    if (!finite(min) || !finite(max))
+    {
+        finiteBounds(vertices, vertexCount, min, max);
     }
     mesh->setPremadeAabb(min, max);
     tree = std::make_unique<QuickBvh>(vertices, vertexCount / 3, min, max);
