@@ -8,6 +8,9 @@
 #include <cstdint>
 #include <memory>
 #include <numeric>
+#include <system_error>
+#include <thread>
+#include <vector>
 
 namespace
 {
@@ -17,6 +20,8 @@ const float MIN_LEAF_EXTENT = 0.002f;
 // Bullet's cache-friendly walk visits subtrees of at most this many bytes; its build lists them.
 const int SUBTREE_BYTES = MAX_SUBTREE_SIZE_IN_BYTES;
 const float QUANTIZED_TOP = 65534.0f; // leaves room to round a high corner up to odd
+// A smaller tree builds in a fraction of a millisecond, not worth starting a thread for.
+const int PARALLEL_LEAVES = 4096;
 
 // Where the leaves' box centres lie along each axis, in quantized units doubled (min + max), summed
 // exactly in integers, so which side of a split a leaf falls on never depends on rounding.
@@ -46,6 +51,8 @@ struct Spread
 // are Bullet's, so Bullet walks this tree as its own.
 class QuickBvh : public btOptimizedBvh
 {
+    using Headers = std::vector<btBvhSubtreeInfo>;
+
 public:
     QuickBvh(const float* vertices, int32_t triangles, const btVector3& min, const btVector3& max)
         : leaves(new btQuantizedBvhNode[static_cast<size_t>(triangles)]) // each one written below
@@ -59,11 +66,17 @@ public:
         }
         m_quantizedContiguousNodes.resize(2 * triangles);
         m_curNodeIndex = 2 * triangles - 1;
-        m_SubtreeHeaders.clear();
-        build(0, triangles, 0, all);
-        if (m_SubtreeHeaders.size() == 0)
+        Headers headers;
+        build(0, triangles, 0, all, headers, true);
+        if (headers.empty())
         {
-            addHeader(0); // a tree smaller than one subtree is listed whole
+            addHeader(0, headers); // a tree smaller than one subtree is listed whole
+        }
+        m_SubtreeHeaders.clear();
+        m_SubtreeHeaders.reserve(static_cast<int>(headers.size()));
+        for (const btBvhSubtreeInfo& header : headers)
+        {
+            m_SubtreeHeaders.push_back(header);
         }
         m_subtreeHeaderCount = m_SubtreeHeaders.size();
         leaves.reset();
@@ -174,8 +187,10 @@ private:
         return split;
     }
 
-    // Writes the subtree over leaves FIRST..END at NODE, depth first, as Bullet lays it out.
-    void build(int first, int end, int node, const Spread& spread)
+    // Writes the subtree over leaves FIRST..END at NODE, depth first, as Bullet lays it out, and
+    // lists its subtree headers in HEADERS in Bullet's order (children first). With HELP, a big
+    // subtree builds its first half on a helper thread: the halves share no nodes and no leaves.
+    void build(int first, int end, int node, const Spread& spread, Headers& headers, bool help)
     {
         btQuantizedBvhNode* nodes = &m_quantizedContiguousNodes[0];
         const int count = end - first;
@@ -188,8 +203,31 @@ private:
         const int split = partition(first, end, spread, low, high);
         const int left = node + 1;
         const int right = left + 2 * (split - first) - 1;
-        build(first, split, left, low);
-        build(split, end, right, high);
+        if (help && count >= PARALLEL_LEAVES)
+        {
+            Headers lowHeaders, highHeaders;
+            std::thread helper;
+            try
+            {
+                helper = std::thread([&] { build(first, split, left, low, lowHeaders, false); });
+            }
+            catch (const std::system_error&)
+            {
+                build(first, split, left, low, lowHeaders, false); // no thread to be had
+            }
+            build(split, end, right, high, highHeaders, false);
+            if (helper.joinable())
+            {
+                helper.join();
+            }
+            headers.insert(headers.end(), lowHeaders.begin(), lowHeaders.end());
+            headers.insert(headers.end(), highHeaders.begin(), highHeaders.end());
+        }
+        else
+        {
+            build(first, split, left, low, headers, help);
+            build(split, end, right, high, headers, help);
+        }
 
         btQuantizedBvhNode& parent = nodes[node];
         for (int a = 0; a < 3; ++a)
@@ -209,7 +247,7 @@ private:
                 if (subtreeSize(child) * static_cast<int>(sizeof(btQuantizedBvhNode)) <=
                     SUBTREE_BYTES)
                 {
-                    addHeader(child);
+                    addHeader(child, headers);
                 }
             }
         }
@@ -221,12 +259,13 @@ private:
         return n.isLeafNode() ? 1 : n.getEscapeIndex();
     }
 
-    void addHeader(int node)
+    void addHeader(int node, Headers& headers) const
     {
-        btBvhSubtreeInfo& header = m_SubtreeHeaders.expand();
+        btBvhSubtreeInfo header;
         header.setAabbFromQuantizeNode(m_quantizedContiguousNodes[node]);
         header.m_rootNodeIndex = node;
         header.m_subtreeSize = subtreeSize(node);
+        headers.push_back(header);
     }
 
     std::unique_ptr<btQuantizedBvhNode[]> leaves; // in split order while building, then freed
