@@ -38,7 +38,8 @@ struct BuildStage
 };
 
 // The game: one window, one GL context, one thread. main() builds it, calls init(), runs the
-// loop while init() succeeded, and destroys it on every path.
+// loop while init() succeeded, and destroys it on every path. Building a match borrows helper
+// threads and is done with all of them before it returns.
 class Game
 {
 public:
@@ -87,7 +88,6 @@ public:
     Level* getLevel() const { return level; }
     const Vec4& getAmbientColor() const { return ambientColor; }
     MotionBlur* getMotionBlur() const { return motionBlur.get(); }
-    const std::string& getLevelFile() const { return levelFile; }
     // The steps of the last loadMatch() in the order they ran; together they take all of it.
     const std::vector<BuildStage>& getBuildStages() const { return buildStages; }
 
