@@ -20,6 +20,9 @@ const float MIN_LEAF_EXTENT = 0.002f;
 // Bullet's cache-friendly walk visits subtrees of at most this many bytes; its build lists them.
 const int SUBTREE_BYTES = MAX_SUBTREE_SIZE_IN_BYTES;
 const float QUANTIZED_TOP = 65534.0f; // leaves room to round a high corner up to odd
+// Bullet's tree keeps 21 bits for a triangle's index within its part, so a bigger level is cut in
+// parts of this many triangles.
+const int32_t PART_TRIANGLES = 1 << (31 - MAX_NUM_PARTS_IN_BITS);
 // A smaller tree builds in a fraction of a millisecond, not worth starting a thread for.
 const int PARALLEL_LEAVES = 4096;
 
@@ -104,7 +107,8 @@ private:
         btQuantizedBvhNode node;
         quantizeClamped(node.m_quantizedAabbMin, min, false);
         quantizeClamped(node.m_quantizedAabbMax, max, true);
-        node.m_escapeIndexOrTriangleIndex = triangle; // part 0
+        // Part triangle / PART_TRIANGLES, index triangle % PART_TRIANGLES, in Bullet's bits.
+        node.m_escapeIndexOrTriangleIndex = triangle;
         return node;
     }
 
@@ -309,7 +313,10 @@ class Collector : public btNodeOverlapCallback
 {
 public:
     explicit Collector(std::vector<int>& out) : out(out) {}
-    void processNode(int, int triangleIndex) override { out.push_back(triangleIndex); }
+    void processNode(int part, int triangleIndex) override
+    {
+        out.push_back(part * PART_TRIANGLES + triangleIndex);
+    }
 
 private:
     std::vector<int>& out;
@@ -317,21 +324,29 @@ private:
 } // namespace
 
 TriangleTree::TriangleTree(const float* vertices, int32_t vertexCount)
-    : indices(static_cast<size_t>(vertexCount))
 {
     assert(vertexCount >= 3 && vertexCount % 3 == 0);
+    // The mesh is cut into parts of PART_TRIANGLES, each over its own stretch of the vertex array;
+    // all of them share one index list. Triangle t is then triangle t % PART_TRIANGLES of part
+    // t / PART_TRIANGLES, which is the number Bullet keeps for it: t itself.
+    const int32_t triangles = vertexCount / 3;
+    indices.resize(3 * static_cast<size_t>(std::min(triangles, PART_TRIANGLES)));
     std::iota(indices.begin(), indices.end(), 0);
-    btIndexedMesh part;
-    part.m_numTriangles = vertexCount / 3;
-    part.m_triangleIndexBase = reinterpret_cast<const unsigned char*>(indices.data());
-    part.m_triangleIndexStride = 3 * sizeof(int32_t);
-    part.m_numVertices = vertexCount;
-    part.m_vertexBase = reinterpret_cast<const unsigned char*>(vertices);
-    part.m_vertexStride = VERTEX_STRIDE;
-    part.m_indexType = PHY_INTEGER;
-    part.m_vertexType = PHY_FLOAT;
     mesh = std::make_unique<btTriangleIndexVertexArray>();
-    mesh->addIndexedMesh(part, PHY_INTEGER);
+    for (int32_t first = 0; first < triangles; first += PART_TRIANGLES)
+    {
+        btIndexedMesh part;
+        part.m_numTriangles = std::min(PART_TRIANGLES, triangles - first);
+        part.m_triangleIndexBase = reinterpret_cast<const unsigned char*>(indices.data());
+        part.m_triangleIndexStride = 3 * sizeof(int32_t);
+        part.m_numVertices = 3 * part.m_numTriangles;
+        part.m_vertexBase =
+            reinterpret_cast<const unsigned char*>(vertices + static_cast<size_t>(first) * 12);
+        part.m_vertexStride = VERTEX_STRIDE;
+        part.m_indexType = PHY_INTEGER;
+        part.m_vertexType = PHY_FLOAT;
+        mesh->addIndexedMesh(part, PHY_INTEGER);
+    }
 
     // The shape would find the mesh's bounds with six walks over every triangle; one pass here.
     btVector3 min(vertices[0], vertices[1], vertices[2]);

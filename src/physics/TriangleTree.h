@@ -27,10 +27,12 @@ public:
     // a few more than touch the box (the tree's boxes are rounded outwards), never fewer.
     void query(const Vec3& min, const Vec3& max, std::vector<int>& triangles) const;
 
+    // Bullet names a triangle by part and index: triangle t of the level is index t % 2097152 of
+    // part t / 2097152 (a level of fewer triangles has part 0 only).
     btBvhTriangleMeshShape& shape() { return *bvh; }
 
 private:
-    std::vector<int32_t> indices; // 0, 1, 2, ...: the level's vertices are not shared
+    std::vector<int32_t> indices; // 0, 1, 2, ... for one part: the level's vertices are not shared
     std::unique_ptr<btTriangleIndexVertexArray> mesh;
     std::unique_ptr<btOptimizedBvh> tree; // the shape walks it but does not own it
     std::unique_ptr<btBvhTriangleMeshShape> bvh;
