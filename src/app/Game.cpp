@@ -218,45 +218,68 @@ void Game::loadOwnShaders()
     }
 }
 
+void Game::endStage(const char* name)
+{
+    const uint64_t now = SDL_GetPerformanceCounter();
+    buildStages.push_back({name, static_cast<double>(now - stageStart) * 1000.0 /
+                                     static_cast<double>(SDL_GetPerformanceFrequency())});
+    stageStart = now;
+}
+
 bool Game::loadMatch()
 {
+    buildStages.clear();
+    stageStart = SDL_GetPerformanceCounter();
     sceneRoot = std::make_unique<SceneNode>();
     levelLoader = std::make_unique<FbxLoader>();
     PhysicsWorld::instance();
     Frustum::instance();
+    endStage("world");
     loadOwnShaders();
+    endStage("shaders");
 
     const bool built = buildLevel(noMatchReason);
     if (built)
     {
         player = std::make_unique<Player>();
     }
+    endStage("player");
     hud = std::make_unique<Hud>(Vec3{-412.0f, 284.0f, 0.0f});
+    endStage("hud");
     initMotionBlur();
+    endStage("motion blur");
 
     SDL_GetRelativeMouseState(nullptr, nullptr); // forget motion collected while loading
     matchStartTicks = static_cast<double>(SDL_GetTicks());
     sphereChain = std::make_unique<SphereChain>(CHAIN_ANCHOR, CHAIN_RADIUS, true);
     sphereChain->append(CHAIN_LINK_RADIUS);
+    endStage("sphere chain");
     return built;
 }
 
 bool Game::buildLevel(std::string& reason)
 {
     levelLoader->load(levelFile);
+    endStage("fbx read");
     levelLoader->printMetaData();
     levelLoader->printHierarchy();
     levelLoader->convertNodes();
     std::printf("%d\n", levelLoader->vertexCount);
     std::fflush(stdout);
+    endStage("fbx convert");
 
     const int32_t count = levelLoader->vertexCount;
     auto built = std::make_unique<Level>();
     built->setMesh(std::move(levelLoader->vertices), std::move(levelLoader->normals),
                    std::move(levelLoader->uvs), count);
     levelLoader->vertexCount = 0;
+    // The collision tree only reads the vertices: it builds on a second thread during the upload.
+    built->startPhysics();
     built->initBuffers();
-    if (!built->buildPhysics())
+    endStage("gl upload");
+    const bool physics = built->buildPhysics();
+    endStage("collision");
+    if (!physics)
     {
         reason = levelLoader->error().empty() ? levelFile + " holds no triangles to walk on"
                                               : levelLoader->error();

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 class FbxLoader;
 class Hud;
@@ -29,8 +30,16 @@ struct Display
     void* context = nullptr; // the SDL GL context
 };
 
+// One step of building a match and how long it took.
+struct BuildStage
+{
+    const char* name; // "fbx read", "gl upload", ...
+    double ms;        // wall time
+};
+
 // The game: one window, one GL context, one thread. main() builds it, calls init(), runs the
-// loop while init() succeeded, and destroys it on every path.
+// loop while init() succeeded, and destroys it on every path. Building a match borrows helper
+// threads and is done with all of them before it returns.
 class Game
 {
 public:
@@ -79,6 +88,8 @@ public:
     Level* getLevel() const { return level; }
     const Vec4& getAmbientColor() const { return ambientColor; }
     MotionBlur* getMotionBlur() const { return motionBlur.get(); }
+    // The steps of the last loadMatch() in the order they ran; together they take all of it.
+    const std::vector<BuildStage>& getBuildStages() const { return buildStages; }
 
 private:
     // What a key press does, whatever the state.
@@ -100,8 +111,12 @@ private:
     void updatePlayer(float dt);
     // Binds one of the game's own programs with the frame's matrices; null when it is missing.
     Shader* bindOwn(const char* name);
+    // Closes the build stage that ran since the previous one (or since loadMatch began).
+    void endStage(const char* name);
 
     std::string levelFile;
+    std::vector<BuildStage> buildStages;
+    uint64_t stageStart = 0; // performance counter ticks
     std::unique_ptr<Display> display;
     uint8_t keys[KEY_COUNT] = {};
     FrameClock clock;

@@ -93,7 +93,9 @@ bool PhysicsContactReport::findStrike(const btPersistentManifold& manifold, bool
         // The manifold's normal points from body 1 towards body 0; triangle indices are the
         // level's own triangle order.
         const btVector3 towardsBall = levelFirst ? -point.m_normalWorldOnB : point.m_normalWorldOnB;
-        const int triangle = levelFirst ? point.m_index0 : point.m_index1;
+        const int triangle = levelFirst
+                                 ? TriangleTree::triangleNumber(point.m_partId0, point.m_index0)
+                                 : TriangleTree::triangleNumber(point.m_partId1, point.m_index1);
         assert(triangle >= 0 && triangle < triangleCount);
         const Vec3 face = faceNormal(vertices, triangle, towardsBall);
         const float fit =
@@ -115,9 +117,9 @@ std::vector<PaintHit> PhysicsContactReport::takeHits()
     return std::exchange(hits, {});
 }
 
-LevelCollision::LevelCollision(Level& level, const float* vertices, int32_t vertexCount)
-    : contactReport(vertices, vertexCount), tag{"Level", &level},
-      tree(std::make_unique<TriangleTree>(vertices, vertexCount))
+LevelCollision::LevelCollision(Level& level, const float* vertices, int32_t vertexCount,
+                               std::unique_ptr<TriangleTree> triangles)
+    : contactReport(vertices, vertexCount), tag{"Level", &level}, tree(std::move(triangles))
 {
     btRigidBody::btRigidBodyConstructionInfo info(0.0f, nullptr, &tree->shape());
     body = std::make_unique<btRigidBody>(info);

@@ -3,7 +3,6 @@
 #include "physics/PhysicsWorld.h"
 #include "scene/Math.h"
 
-#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -51,7 +50,10 @@ private:
 class LevelCollision
 {
 public:
-    LevelCollision(Level& level, const float* vertices, int32_t vertexCount);
+    // TRIANGLES is the tree over LEVEL's vertex array VERTICES (VERTEX_COUNT x (x, y, z, w)),
+    // which must outlive it. Makes the physics scene and adds the body.
+    LevelCollision(Level& level, const float* vertices, int32_t vertexCount,
+                   std::unique_ptr<TriangleTree> triangles);
     ~LevelCollision();
     LevelCollision(const LevelCollision&) = delete;
     LevelCollision& operator=(const LevelCollision&) = delete;

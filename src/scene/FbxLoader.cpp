@@ -3,6 +3,8 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdio>
+#include <memory>
+#include <span>
 #include <vector>
 
 #include "fbx/Document.h"
@@ -99,13 +101,121 @@ int64_t storedNormal(const LayerElement& e, uint32_t polygonVertex)
     return checked(polygonVertex, e, 3);
 }
 
-} // namespace
-
-struct FbxLoader::Layers
+// Where one layer's stored values come from, resolved once per mesh so that a vertex costs a
+// lookup: the value of a polygon vertex is the one at the polygon vertex itself, or at the index
+// array's entry for the polygon vertex or for its control point.
+struct Source
 {
-    std::vector<const LayerElement*> normals;
-    std::vector<const LayerElement*> uvs;
+    enum Through
+    {
+        Itself,
+        PolygonVertexIndex,
+        PointIndex
+    };
+    std::span<const double> values;
+    size_t components = 0;
+    Through through = Itself;
+    std::span<const int32_t> index;
 };
+
+// The value of SOURCE for a polygon vertex, or null when the source holds none for it.
+const double* lookup(const Source& source, uint32_t polygonVertex, int32_t point)
+{
+    int64_t at = polygonVertex;
+    if (source.through != Source::Itself)
+    {
+        const int64_t entry = source.through == Source::PointIndex ? point : polygonVertex;
+        at = static_cast<uint64_t>(entry) < source.index.size() ? source.index[entry] : -1;
+    }
+    if (at < 0 || static_cast<uint64_t>(at) >= source.values.size() / source.components)
+        return nullptr;
+    return source.values.data() + static_cast<size_t>(at) * source.components;
+}
+
+// The normal layers that are stored: by polygon vertex, direct.
+std::vector<Source> normalSources(const Mesh& mesh)
+{
+    std::vector<Source> sources;
+    for (const LayerElement* e : mesh.elements(LayerElementKind::Normal))
+        if (e->mapping == MappingType::ByPolygonVertex && e->reference == ReferenceType::Direct)
+            sources.push_back({e->direct.span(), 3, Source::Itself, {}});
+    return sources;
+}
+
+// The UV layers that are stored, as uvValue() picks them.
+std::vector<Source> uvSources(const Mesh& mesh)
+{
+    // By polygon vertex, every layer goes through layer 0's texture-UV index.
+    const LayerElement* textureUv =
+        mesh.textureUvSource >= 0 ? &mesh.layerElements[mesh.textureUvSource] : nullptr;
+    const bool throughTextureUv = textureUv && textureUv->mapping == MappingType::ByPolygonVertex &&
+                                  (textureUv->reference == ReferenceType::Direct ||
+                                   textureUv->reference == ReferenceType::IndexToDirect ||
+                                   textureUv->reference == ReferenceType::Index);
+    std::vector<Source> sources;
+    for (const LayerElement* e : mesh.elements(LayerElementKind::UV))
+    {
+        if (e->mapping == MappingType::ByControlPoint &&
+            e->reference == ReferenceType::IndexToDirect)
+        {
+            sources.push_back({e->direct.span(), 2, Source::PointIndex, e->index.span()});
+        }
+        else if (e->mapping == MappingType::ByPolygonVertex && throughTextureUv &&
+                 (e->reference == ReferenceType::Direct ||
+                  e->reference == ReferenceType::IndexToDirect))
+        {
+            if (textureUv->reference == ReferenceType::Direct)
+                sources.push_back({e->direct.span(), 2, Source::Itself, {}});
+            else
+                sources.push_back(
+                    {e->direct.span(), 2, Source::PolygonVertexIndex, textureUv->index.span()});
+        }
+    }
+    return sources;
+}
+
+// The per-vertex values come from the file's polygon vertex of each corner (CORNER(v) for vertex
+// v), so a fanned polygon reuses the values of its shared corners. Each array is filled in a pass
+// of its own: the UVs are gathered from all over their array, and a short loop keeps many of those
+// reads under way at once.
+template <class Corner>
+void storePositions(const Mesh& mesh, size_t count, Corner corner, float* out)
+{
+    const double* points = mesh.controlPoints.data();
+    for (size_t v = 0; v < count; ++v)
+    {
+        const double* p = points + size_t(mesh.polygonVertex(corner(v))) * 3;
+        float* o = out + v * 4;
+        o[0] = narrow(p[0]);
+        o[1] = narrow(p[1]);
+        o[2] = narrow(p[2]);
+        o[3] = 1.0f;
+    }
+}
+
+// Every layer is applied in order, so a later layer's value replaces an earlier one's; a vertex
+// no layer holds a value for gets zeros.
+template <class Corner>
+void storeLayers(const Mesh& mesh, const std::vector<Source>& sources, size_t components,
+                 size_t count, Corner corner, float* out)
+{
+    for (size_t v = 0; v < count; ++v)
+    {
+        const uint32_t polygonVertex = corner(v);
+        const double* value = nullptr;
+        for (const Source& source : sources)
+        {
+            const int32_t point =
+                source.through == Source::PointIndex ? mesh.polygonVertex(polygonVertex) : 0;
+            if (const double* found = lookup(source, polygonVertex, point))
+                value = found;
+        }
+        for (size_t c = 0; c < components; ++c)
+            out[v * components + c] = value ? narrow(value[c]) : 0.0f;
+    }
+}
+
+} // namespace
 
 FbxLoader::FbxLoader()
 {
@@ -287,31 +397,67 @@ void FbxLoader::convertMesh(const Mesh& mesh)
     // with more than three corners are fanned (corners 0, k, k+1); fewer than three are skipped.
     const size_t polygons = mesh.polygonCount();
     int64_t triangles = 0;
+    bool triangulated = true; // then vertex v is polygon vertex v
     for (size_t p = 0; p < polygons; ++p)
-        if (mesh.polygonSize(p) >= 3)
-            triangles += mesh.polygonSize(p) - 2;
+    {
+        const uint32_t size = mesh.polygonSize(p);
+        if (size >= 3)
+            triangles += size - 2;
+        triangulated = triangulated && size == 3;
+    }
     if (triangles * 3 > MAX_VERTICES)
     {
         std::printf("Mesh has too many triangles (%lld): not converted\n",
                     static_cast<long long>(triangles));
         return;
     }
-    // A later mesh replaces the arrays of an earlier one: the level is the last mesh.
+    // A later mesh replaces the arrays of an earlier one: the level is the last mesh. Every
+    // entry is written below, so the arrays are not cleared first.
     vertexCount = static_cast<int32_t>(triangles * 3);
-    vertices = vertexCount ? std::make_unique<float[]>(size_t(vertexCount) * 4) : nullptr;
-    normals = vertexCount ? std::make_unique<float[]>(size_t(vertexCount) * 3) : nullptr;
-    uvs = vertexCount ? std::make_unique<float[]>(size_t(vertexCount) * 2) : nullptr;
+    const size_t count = static_cast<size_t>(vertexCount);
+    vertices = count ? std::make_unique_for_overwrite<float[]>(count * 4) : nullptr;
+    normals = count ? std::make_unique_for_overwrite<float[]>(count * 3) : nullptr;
+    uvs = count ? std::make_unique_for_overwrite<float[]>(count * 2) : nullptr;
 
     const std::vector<const LayerElement*> groups = mesh.elements(LayerElementKind::PolygonGroup);
-    const Layers layers{mesh.elements(LayerElementKind::Normal),
-                        mesh.elements(LayerElementKind::UV)};
+    if (verbose || !groups.empty())
+        reportPolygons(mesh, groups);
+
+    const std::vector<Source> normalLayers = normalSources(mesh);
+    const std::vector<Source> uvLayers = uvSources(mesh);
+    auto store = [&](auto corner)
+    {
+        storePositions(mesh, count, corner, vertices.get());
+        storeLayers(mesh, normalLayers, 3, count, corner, normals.get());
+        storeLayers(mesh, uvLayers, 2, count, corner, uvs.get());
+    };
+    if (triangulated)
+    {
+        store([](size_t v) { return static_cast<uint32_t>(v); });
+    }
+    else
+    {
+        std::vector<uint32_t> corners;
+        corners.reserve(count);
+        for (size_t p = 0; p < polygons; ++p)
+        {
+            const uint32_t start = mesh.polygonStart(p);
+            for (uint32_t k = 1; k + 1 < mesh.polygonSize(p); ++k)
+                corners.insert(corners.end(), {start, start + k, start + k + 1});
+        }
+        store([&corners](size_t v) { return corners[v]; });
+    }
+    if (verbose)
+        printEdgeVisibility(mesh);
+}
+
+void FbxLoader::reportPolygons(const Mesh& mesh,
+                               const std::vector<const LayerElement*>& groups) const
+{
     if (verbose)
         std::printf("    Polygons\n");
-    size_t vertex = 0;
-    for (size_t p = 0; p < polygons; ++p)
+    for (size_t p = 0; p < mesh.polygonCount(); ++p)
     {
-        const uint32_t start = mesh.polygonStart(p);
-        const uint32_t size = mesh.polygonSize(p);
         if (verbose)
             std::printf("        Polygon %d\n", static_cast<int>(p));
         for (const LayerElement* g : groups)
@@ -328,48 +474,8 @@ void FbxLoader::convertMesh(const Mesh& mesh)
             }
         }
         if (verbose)
-            for (uint32_t k = 0; k < size; ++k)
-                printPolygonVertex(mesh, start + k);
-        for (uint32_t k = 1; k + 1 < size; ++k)
-        {
-            storeVertex(mesh, layers, start, vertex++);
-            storeVertex(mesh, layers, start + k, vertex++);
-            storeVertex(mesh, layers, start + k + 1, vertex++);
-        }
-    }
-    if (verbose)
-        printEdgeVisibility(mesh);
-}
-
-// The corner's per-vertex values come from the file's polygon vertex of that corner, so a
-// fanned polygon reuses the values of its shared corners.
-void FbxLoader::storeVertex(const Mesh& mesh, const Layers& layers, uint32_t polygonVertex,
-                            size_t vertex)
-{
-    const int32_t point = mesh.polygonVertex(polygonVertex);
-    const double* p = mesh.controlPoints.data() + size_t(point) * 3;
-    float* v = vertices.get() + vertex * 4;
-    v[0] = narrow(p[0]);
-    v[1] = narrow(p[1]);
-    v[2] = narrow(p[2]);
-    v[3] = 1.0f;
-    // Every layer is applied in order, so a later layer's value replaces an earlier one's.
-    for (const LayerElement* e : layers.normals)
-    {
-        int64_t at = storedNormal(*e, polygonVertex);
-        if (at < 0)
-            continue;
-        for (int c = 0; c < 3; ++c)
-            normals[vertex * 3 + c] = narrow(e->direct[size_t(at) * 3 + c]);
-    }
-    for (const LayerElement* e : layers.uvs)
-    {
-        bool stored;
-        int64_t at = uvValue(mesh, *e, polygonVertex, point, stored);
-        if (at < 0 || !stored)
-            continue;
-        uvs[vertex * 2] = narrow(e->direct[size_t(at) * 2]);
-        uvs[vertex * 2 + 1] = narrow(e->direct[size_t(at) * 2 + 1]);
+            for (uint32_t k = 0; k < mesh.polygonSize(p); ++k)
+                printPolygonVertex(mesh, mesh.polygonStart(p) + k);
     }
 }
 

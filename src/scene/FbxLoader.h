@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace fbx
 {
@@ -52,12 +53,12 @@ public:
 
 private:
     void convertMesh(const fbx::Mesh& mesh);
+    // The per-polygon report lines: group assignments, and in verbose mode every corner.
+    void reportPolygons(const fbx::Mesh& mesh,
+                        const std::vector<const fbx::LayerElement*>& groups) const;
     void printControlPoints(const fbx::Mesh& mesh) const;
     void printPolygonVertex(const fbx::Mesh& mesh, uint32_t polygonVertex) const;
     void printEdgeVisibility(const fbx::Mesh& mesh) const;
-    struct Layers; // the mesh's normal and UV elements, in layer order
-    void storeVertex(const fbx::Mesh& mesh, const Layers& layers, uint32_t polygonVertex,
-                     size_t vertex);
     static void printGeometricTransform(const fbx::Node& node);
 
     std::string error_;

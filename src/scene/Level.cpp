@@ -10,6 +10,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <system_error>
 
 namespace
 {
@@ -28,6 +29,7 @@ Level::Level() = default;
 
 Level::~Level()
 {
+    pendingTree = {}; // waits for a tree still being built
     collision.reset();
     if (vertexBuffer)
     {
@@ -40,6 +42,7 @@ Level::~Level()
 void Level::setMesh(std::unique_ptr<float[]> newVertices, std::unique_ptr<float[]> newNormals,
                     std::unique_ptr<float[]> newUvs, int32_t count)
 {
+    pendingTree = {}; // it was reading the old vertices
     vertices = std::move(newVertices);
     normals = std::move(newNormals);
     uvs = std::move(newUvs);
@@ -108,14 +111,42 @@ void Level::drawSurface(Shader* shader)
     }
 }
 
+bool Level::hasWholeTriangles() const
+{
+    return vertexCount >= 3 && vertexCount % 3 == 0 && vertices;
+}
+
+void Level::startPhysics()
+{
+    if (!hasWholeTriangles() || pendingTree.valid())
+    {
+        return;
+    }
+    // The tree touches nothing but the vertices and its own memory, and nothing changes the
+    // vertices before buildPhysics() collects it.
+    try
+    {
+        pendingTree = std::async(std::launch::async, [v = vertices.get(), n = vertexCount]
+                                 { return std::make_unique<TriangleTree>(v, n); });
+    }
+    catch (const std::system_error&)
+    {
+        // No thread to be had: buildPhysics() builds the tree on this one.
+    }
+}
+
 bool Level::buildPhysics()
 {
-    if (vertexCount < 3 || vertexCount % 3 != 0 || !vertices)
+    if (!hasWholeTriangles())
     {
         std::fprintf(stderr, "[ERROR] Triangle Mesh is not valid!\n");
         return false;
     }
-    collision = std::make_unique<LevelCollision>(*this, vertices.get(), vertexCount);
+    std::unique_ptr<TriangleTree> tree =
+        pendingTree.valid() ? pendingTree.get()
+                            : std::make_unique<TriangleTree>(vertices.get(), vertexCount);
+    collision =
+        std::make_unique<LevelCollision>(*this, vertices.get(), vertexCount, std::move(tree));
     return true;
 }
 

@@ -6,11 +6,13 @@
 #include "scene/Splat.h"
 
 #include <cstdint>
+#include <future>
 #include <list>
 #include <memory>
 #include <vector>
 
 class Shader;
+class TriangleTree;
 
 // The one static mesh the player walks in: a flat, unindexed triangle list (every three
 // consecutive vertices are a triangle) with its GL buffers and the paint stuck onto it. The level
@@ -27,8 +29,13 @@ public:
                  std::unique_ptr<float[]> uvs, int32_t count);
     // Uploads the arrays once; the mesh is never re-uploaded.
     void initBuffers();
+    // Starts building the collision tree over the mesh on a second thread, so that it builds
+    // while this one uploads the mesh; buildPhysics() waits for it. Optional: without it, or
+    // when no thread can be had, buildPhysics() builds the tree itself.
+    void startPhysics();
     // Makes the physics scene with the level's triangles as its static collision. False (with
     // "[ERROR] Triangle Mesh is not valid!") when the mesh is not a whole number of triangles.
+    // Nothing of the level is left running on another thread once it returns.
     bool buildPhysics();
     // A paint ball struck the level at POINT, whose outward normal is NORMAL: cuts a splat out
     // of the surface around it and sticks it on as a decal (which also plays the splash).
@@ -57,6 +64,7 @@ public:
 
 private:
     void drawSurface(Shader* shader);
+    bool hasWholeTriangles() const;
 
     unsigned int vertexBuffer = 0;
     unsigned int uvBuffer = 0;
@@ -68,4 +76,6 @@ private:
     Paint paint;
     std::unique_ptr<LevelCollision> collision;
     std::vector<PaintHit> hits;
+    // The tree that startPhysics() builds; it reads the vertices, so it goes before they do.
+    std::future<std::unique_ptr<TriangleTree>> pendingTree;
 };

@@ -152,6 +152,7 @@ TEST_F(SplatTest, TheTreeFindsExactlyWhatAScanFinds)
     auto level = std::make_unique<Level>();
     level->setMesh(std::move(loader.vertices), std::move(loader.normals), std::move(loader.uvs),
                    count);
+    level->startPhysics(); // as the game builds it: the tree on a second thread
     testing::internal::CaptureStderr();
     ASSERT_TRUE(level->buildPhysics());
     testing::internal::GetCapturedStderr();
