@@ -5,7 +5,7 @@
 // on. The last line is "frame2000_ms=A frame10000_ms=B kb_per_splat=C": the median frames with
 // culling on, and how much resident memory the process grew per splat from 1,000 to 10,000.
 #include "app/Game.h"
-#include "app/Settings.h"
+#include "core/Settings.h"
 #include "scene/Level.h"
 
 #include <GL/glew.h>
@@ -14,8 +14,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <cstdlib>
+#include <fstream>
 #include <random>
 #include <unistd.h>
 #include <vector>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "scene/Math.h"
+#include "core/Math.h"
 
 // The first-person camera. The orientation's rows are the camera's axes in world coordinates:
 // row 0 points right, row 1 up, row 2 backwards (the camera looks along -row 2).

@@ -2,8 +2,8 @@
 
 #include "app/Hud.h"
 #include "app/Menu.h"
-#include "app/Settings.h"
 #include "core/DataPath.h"
+#include "core/Settings.h"
 #include "physics/PhysicsWorld.h"
 #include "physics/Player.h"
 #include "render/FontManager.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "app/FrameClock.h"
-#include "scene/Math.h"
+#include "core/Math.h"
 
 #include <cstdint>
 #include <map>

@@ -1,6 +1,6 @@
 #include "app/Hud.h"
 
-#include "app/Settings.h"
+#include "core/Settings.h"
 #include "render/FontManager.h"
 #include "render/ShaderManager.h"
 #include "scene/Sphere.h"

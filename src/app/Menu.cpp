@@ -1,6 +1,6 @@
 #include "app/Menu.h"
 
-#include "app/Settings.h"
+#include "core/Settings.h"
 #include "render/GlBuffer.h"
 #include "render/Shader.h"
 #include "render/ShaderManager.h"

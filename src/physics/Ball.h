@@ -1,7 +1,7 @@
 #pragma once
 
+#include "core/Math.h"
 #include "physics/PhysicsWorld.h"
-#include "scene/Math.h"
 
 #include <memory>
 

@@ -1,11 +1,11 @@
 #include "render/FontManager.h"
 
-#include "app/Settings.h"
 #include "core/DataPath.h"
+#include "core/Math.h"
+#include "core/Settings.h"
 #include "render/Shader.h"
 #include "render/ShaderManager.h"
 #include "render/TextureManager.h"
-#include "scene/Math.h"
 
 #include <GL/glew.h>
 

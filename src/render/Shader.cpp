@@ -1,7 +1,7 @@
 #include "render/Shader.h"
 
 #include "core/DataPath.h"
-#include "scene/Math.h"
+#include "core/Math.h"
 
 #include <GL/glew.h>
 

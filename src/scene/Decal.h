@@ -1,7 +1,7 @@
 #pragma once
 
+#include "core/Math.h"
 #include "scene/Frustum.h"
-#include "scene/Math.h"
 
 #include <cstddef>
 #include <cstdint>

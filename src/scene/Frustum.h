@@ -1,6 +1,6 @@
 #pragma once
 
-#include "scene/Math.h"
+#include "core/Math.h"
 
 // An axis-aligned box given by its eight corners (x, y, z, w each), for visibility tests.
 struct Bounds

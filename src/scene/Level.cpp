@@ -1,6 +1,6 @@
 #include "scene/Level.h"
 
-#include "app/Settings.h"
+#include "core/Settings.h"
 #include "physics/LevelCollision.h"
 #include "physics/TriangleTree.h"
 #include "render/GlBuffer.h"

@@ -1,6 +1,6 @@
 #include "scene/Paint.h"
 
-#include "app/Settings.h"
+#include "core/Settings.h"
 #include "render/Shader.h"
 #include "render/ShaderManager.h"
 #include "render/TextureManager.h"

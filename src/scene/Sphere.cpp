@@ -1,6 +1,6 @@
 #include "scene/Sphere.h"
 
-#include "app/Settings.h"
+#include "core/Settings.h"
 #include "render/GlBuffer.h"
 #include "render/Shader.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "scene/Math.h"
+#include "core/Math.h"
 #include "scene/Sphere.h"
 
 #include <memory>

@@ -1,4 +1,4 @@
-#include "app/Settings.h"
+#include "core/Settings.h"
 #include "physics/Ball.h"
 #include "physics/PhysicsWorld.h"
 #include "physics/Player.h"

@@ -1,11 +1,11 @@
 // The motion-blur frame on a real game: its render targets, the motion it records and the
 // picture it composes, read back from GL.
 #include "app/Game.h"
-#include "app/Settings.h"
+#include "core/Math.h"
+#include "core/Settings.h"
 #include "physics/Player.h"
 #include "render/TextureManager.h"
 #include "scene/Level.h"
-#include "scene/Math.h"
 #include "scene/MotionBlur.h"
 #include "support/GlContext.h"
 

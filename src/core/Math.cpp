@@ -1,4 +1,4 @@
-#include "scene/Math.h"
+#include "core/Math.h"
 
 #include <cmath>
 
