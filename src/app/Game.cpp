@@ -1,6 +1,7 @@
 #include "app/Game.h"
 
 #include "app/Hud.h"
+#include "app/Match.h"
 #include "app/Menu.h"
 #include "core/DataPath.h"
 #include "core/Settings.h"
@@ -10,12 +11,9 @@
 #include "render/Shader.h"
 #include "render/ShaderManager.h"
 #include "render/TextureManager.h"
-#include "scene/FbxLoader.h"
 #include "scene/Frustum.h"
 #include "scene/Level.h"
 #include "scene/MotionBlur.h"
-#include "scene/SceneNode.h"
-#include "scene/SphereChain.h"
 #include "sound/SoundManager.h"
 
 #include <GL/glew.h>
@@ -41,12 +39,6 @@ const float FLASH_RATE = 1.8f; // ambient added per second during the flash
 // pass of the event handler sets the viewport.
 const Uint32 RESIZE_EVENT = SDL_WINDOWEVENT;
 const char* const SHIPPED_LEVEL = "fbx/level.fbx"; // inside the data tree
-// The match ends when the eye falls below this height (the main floor is at about 3).
-const float FALL_HEIGHT = 4.0f;
-// The orrery that marks a spot in the level.
-const Vec3 CHAIN_ANCHOR{-57.0f, 5.0f, 35.0f};
-const float CHAIN_RADIUS = 1.0f;
-const float CHAIN_LINK_RADIUS = 0.5f;
 
 // The programs the game keeps in its own map, next to the shared registry.
 const char* const OWN_PROGRAMS[] = {"minimal_nolight", "minimal", "unicolor", "mbpreprocess",
@@ -72,13 +64,9 @@ Game::~Game()
     // The game's own programs first, then what a match built, then the menu.
     shaders.clear();
     motionBlur.reset();
-    player.reset();
-    levelLoader.reset();
+    match.reset();
     hud.reset();
     menu.reset();
-    level = nullptr;
-    sceneRoot.reset();
-    sphereChain.reset();
 
     // The registries, in the order later ones may still use earlier ones. A registry that was
     // never created is skipped: building one just to delete it would need a GL context that a
@@ -230,18 +218,14 @@ bool Game::loadMatch()
 {
     buildStages.clear();
     stageStart = SDL_GetPerformanceCounter();
-    sceneRoot = std::make_unique<SceneNode>();
-    levelLoader = std::make_unique<FbxLoader>();
-    PhysicsWorld::instance();
-    Frustum::instance();
-    endStage("world");
+    match = std::make_unique<Match>(levelFile, [this](const char* stage) { endStage(stage); });
     loadOwnShaders();
     endStage("shaders");
 
-    const bool built = buildLevel(noMatchReason);
+    const bool built = match->buildLevel();
     if (built)
     {
-        player = std::make_unique<Player>();
+        match->addPlayer();
     }
     endStage("player");
     hud = std::make_unique<Hud>(Vec3{-412.0f, 284.0f, 0.0f});
@@ -251,43 +235,9 @@ bool Game::loadMatch()
 
     SDL_GetRelativeMouseState(nullptr, nullptr); // forget motion collected while loading
     matchStartTicks = static_cast<double>(SDL_GetTicks());
-    sphereChain = std::make_unique<SphereChain>(CHAIN_ANCHOR, CHAIN_RADIUS, true);
-    sphereChain->append(CHAIN_LINK_RADIUS);
+    match->addMarkerChain();
     endStage("sphere chain");
     return built;
-}
-
-bool Game::buildLevel(std::string& reason)
-{
-    levelLoader->load(levelFile);
-    endStage("fbx read");
-    levelLoader->printMetaData();
-    levelLoader->printHierarchy();
-    levelLoader->convertNodes();
-    std::printf("%d\n", levelLoader->vertexCount);
-    std::fflush(stdout);
-    endStage("fbx convert");
-
-    const int32_t count = levelLoader->vertexCount;
-    auto built = std::make_unique<Level>();
-    built->setMesh(std::move(levelLoader->vertices), std::move(levelLoader->normals),
-                   std::move(levelLoader->uvs), count);
-    levelLoader->vertexCount = 0;
-    // The collision tree only reads the vertices: it builds on a second thread during the upload.
-    built->startPhysics();
-    built->initBuffers();
-    endStage("gl upload");
-    const bool physics = built->buildPhysics();
-    endStage("collision");
-    if (!physics)
-    {
-        reason = levelLoader->error().empty() ? levelFile + " holds no triangles to walk on"
-                                              : levelLoader->error();
-        return false;
-    }
-    level = built.get();
-    sceneRoot->addChild(std::move(built));
-    return true;
 }
 
 void Game::run()
@@ -302,8 +252,8 @@ void Game::frame()
 {
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
     update();
-    if (Settings::instance().getInt("gamestate") == 1 &&
-        Settings::instance().getBool("motionblur") && motionBlur && motionBlur->ready())
+    if (state() == GameState::Playing && Settings::instance().getBool("motionblur") && motionBlur &&
+        motionBlur->ready())
     {
         renderMotionBlurFrame();
     }
@@ -344,7 +294,7 @@ bool Game::handleEvents()
         case SDL_MOUSEBUTTONDOWN:
             mouseButtons |= SDL_BUTTON(event.button.button);
             // Only a press of the left button alone throws; holding it throws nothing more.
-            if (mouseButtons == SDL_BUTTON_LMASK && Settings::instance().getInt("gamestate") == 1)
+            if (mouseButtons == SDL_BUTTON_LMASK && state() == GameState::Playing)
             {
                 throwRequested = true;
             }
@@ -403,7 +353,7 @@ void Game::pressKey(int scancode)
         break;
     }
 
-    if (settings.getInt("gamestate") == 0)
+    if (state() == GameState::Menu)
     {
         switch (scancode)
         {
@@ -444,7 +394,7 @@ void Game::update()
     {
         cooldown -= dt;
     }
-    if (Settings::instance().getInt("gamestate") != 1)
+    if (state() != GameState::Playing || !match)
     {
         return;
     }
@@ -456,83 +406,42 @@ void Game::update()
         ambientColor = {ambientColor.x + rise, ambientColor.y + rise, ambientColor.z + rise,
                         ambientColor.w + rise};
     }
-    if (player)
-    {
-        PhysicsWorld::instance().step(dt);
-        // Paint where balls struck during the step; the player removes those balls below.
-        level->paintRecordedHits();
-        view = viewMatrix(player->camera());
-    }
-    Frustum::instance().update(perspective, view);
-    if (sceneRoot)
-    {
-        sceneRoot->update(dt);
-    }
-
-    if (player)
-    {
-        updatePlayer(dt);
-    }
+    const bool fallen = match->update(dt, takeInput(), perspective, view);
+    throwRequested = input.throwBall;
     if (hud)
     {
-        if (player)
+        if (const Player* player = match->getPlayer())
         {
             hud->setColour(player->currentColour());
         }
         hud->setFps(static_cast<int>(clock.fps));
         hud->setTime(static_cast<int>(now / 1000.0)); // since the program started, menu included
     }
-    if (player)
+    if (fallen)
     {
-        if (player->camera().position.y < FALL_HEIGHT && dt > 0.0f)
-        {
-            Settings::instance().cycle("gamestate");
-        }
-    }
-    else if (!reportedNoMatch)
-    {
-        std::fprintf(stderr, "[ERROR] There is no level to play on: %s\n",
-                     noMatchReason.empty() ? "the match was not built" : noMatchReason.c_str());
-        reportedNoMatch = true;
-    }
-
-    if (sphereChain)
-    {
-        sphereChain->update(dt);
+        Settings::instance().cycle("gamestate");
     }
 }
 
-void Game::updatePlayer(float dt)
+MatchInput& Game::takeInput()
 {
-    const WalkInput walk = walkInput(keys);
-    Camera& camera = player->camera();
-    if (keys[SDL_SCANCODE_R])
-    {
-        resetOrientation(camera);
-    }
-
+    input.walk = walkInput(keys);
+    input.levelView = keys[SDL_SCANCODE_R] != 0;
+    input.throwBall = throwRequested;
     int dx = 0, dy = 0;
-    SDL_GetRelativeMouseState(&dx, &dy);
-    if (firstPlayingFrame)
+    if (match->playable())
     {
-        resetOrientation(camera);
-        firstPlayingFrame = false;
-        return;
+        SDL_GetRelativeMouseState(&dx, &dy);
     }
-    player->update(dt, walk.forward, walk.strafe, static_cast<float>(dx), static_cast<float>(dy));
-    if (throwRequested)
-    {
-        player->throwBall();
-        throwRequested = false;
-    }
-    view = viewMatrix(camera);
+    input.mouseX = static_cast<float>(dx);
+    input.mouseY = static_cast<float>(dy);
+    return input;
 }
 
 void Game::render()
 {
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
-    const int state = Settings::instance().getInt("gamestate");
-    if (state != 1)
+    if (state() != GameState::Playing)
     {
         ShaderManager::instance().setMatrices(view, perspective, screenOrtho());
         if (menu)
@@ -563,9 +472,9 @@ void Game::renderPlaying()
 {
     const bool wireframe = Settings::instance().getBool("wireframe");
     glPolygonMode(GL_FRONT_AND_BACK, wireframe ? GL_LINE : GL_FILL);
-    if (player)
+    if (const Camera* camera = match ? match->getCamera() : nullptr)
     {
-        view = viewMatrix(player->camera());
+        view = viewMatrix(*camera);
     }
     ShaderManager::instance().setMatrices(view, perspective, screenOrtho());
 
@@ -579,9 +488,9 @@ void Game::renderPlaying()
             world->setVec4("light_color", &lightColor.x);
             world->setVec4("ambient_color", &ambientColor.x);
         }
-        if (sceneRoot)
+        if (match)
         {
-            sceneRoot->draw(world);
+            match->drawWorld(world);
         }
     }
     drawSpheres(bindOwn("unicolor"));
@@ -607,13 +516,9 @@ void Game::drawSpheres(Shader* shader)
     {
         return;
     }
-    if (player)
+    if (match)
     {
-        player->drawBalls(shader);
-    }
-    if (sphereChain)
-    {
-        sphereChain->draw(shader);
+        match->drawSpheres(shader);
     }
 }
 
@@ -621,10 +526,10 @@ void Game::renderMotionBlurFrame()
 {
     const bool wireframe = Settings::instance().getBool("wireframe");
     Mat4 previousView = view;
-    if (player)
+    if (const Camera* camera = match ? match->getCamera() : nullptr)
     {
-        view = viewMatrix(player->camera());
-        previousView = player->camera().previousView;
+        view = viewMatrix(*camera);
+        previousView = camera->previousView;
     }
     ShaderManager::instance().setMatrices(view, perspective, screenOrtho());
 
@@ -640,9 +545,9 @@ void Game::renderMotionBlurFrame()
     {
         motion->setMatrix("preview", previousView);
         glDrawBuffer(GL_COLOR_ATTACHMENT0);
-        if (sceneRoot)
+        if (match)
         {
-            sceneRoot->draw(motion);
+            match->drawWorld(motion);
         }
     }
 
@@ -653,9 +558,9 @@ void Game::renderMotionBlurFrame()
     {
         glDrawBuffer(GL_COLOR_ATTACHMENT0);
         glActiveTexture(GL_TEXTURE0);
-        if (sceneRoot)
+        if (match)
         {
-            sceneRoot->draw(flat);
+            match->drawWorld(flat);
         }
     }
     // Drawing the paint switches programs, so "unicolor" is bound again.

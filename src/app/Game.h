@@ -1,7 +1,9 @@
 #pragma once
 
 #include "app/FrameClock.h"
+#include "app/Match.h"
 #include "core/Math.h"
+#include "core/Settings.h"
 
 #include <cstdint>
 #include <map>
@@ -9,17 +11,22 @@
 #include <string>
 #include <vector>
 
-class FbxLoader;
 class Hud;
 class Level;
 class Menu;
 class MotionBlur;
 class Player;
-class SceneNode;
 class Shader;
-class SphereChain;
 union SDL_Event;
 struct SDL_Window;
+
+// The value of the "gamestate" setting.
+enum class GameState
+{
+    Menu = 0,
+    Playing = 1,
+    Finished = 2,
+};
 
 // The window record: filled by Game::createWindow.
 struct Display
@@ -82,10 +89,11 @@ public:
     bool isKeyDown(int scancode) const { return keys[scancode] != 0; }
     const FrameClock& getClock() const { return clock; }
     const Mat4& getPerspective() const { return perspective; }
-    bool hasMatch() const { return player != nullptr; }
-    Player* getPlayer() const { return player.get(); }
+    bool hasMatch() const { return match && match->playable(); }
+    Player* getPlayer() const { return match ? match->getPlayer() : nullptr; }
+    Camera* getCamera() const { return match ? match->getCamera() : nullptr; }
     Hud* getHud() const { return hud.get(); }
-    Level* getLevel() const { return level; }
+    Level* getLevel() const { return match ? match->getLevel() : nullptr; }
     const Vec4& getAmbientColor() const { return ambientColor; }
     MotionBlur* getMotionBlur() const { return motionBlur.get(); }
     // The steps of the last loadMatch() in the order they ran; together they take all of it.
@@ -105,10 +113,12 @@ private:
     void drawSpheres(Shader* shader);
     // The HUD over the finished picture, without depth.
     void drawOverlay();
-    // Imports the level file and builds the level into the scene; false with REASON when the
-    // file gave nothing to walk on.
-    bool buildLevel(std::string& reason);
-    void updatePlayer(float dt);
+    // The keys, the mouse motion and the throw asked for since the last playing frame.
+    MatchInput& takeInput();
+    GameState state() const
+    {
+        return static_cast<GameState>(Settings::instance().getInt("gamestate"));
+    }
     // Binds one of the game's own programs with the frame's matrices; null when it is missing.
     Shader* bindOwn(const char* name);
     // Closes the build stage that ran since the previous one (or since loadMatch began).
@@ -124,20 +134,14 @@ private:
     // The game's own programs. "minimal" and "unicolor" also live in the shader registry, as
     // separate GL programs; drawing the world goes through these.
     std::map<std::string, std::unique_ptr<Shader>> shaders;
-    float cooldown = 0.0f; // seconds; counts down while positive and nothing arms it
-    std::unique_ptr<Player> player;
-    std::unique_ptr<FbxLoader> levelLoader;
+    float cooldown = 0.0f;        // seconds; counts down while positive and nothing arms it
+    std::unique_ptr<Match> match; // what the last Return built
+    MatchInput input;
     std::unique_ptr<Hud> hud;
     std::unique_ptr<Menu> menu;
-    std::unique_ptr<SceneNode> sceneRoot;
-    std::unique_ptr<SphereChain> sphereChain; // marks a spot in the level
     std::unique_ptr<MotionBlur> motionBlur;
-    Level* level = nullptr;        // owned by sceneRoot
-    bool firstPlayingFrame = true; // the first frame only levels the view
-    uint32_t mouseButtons = 0;     // held buttons, from the press and release events
-    bool throwRequested = false;   // a left press alone since the last frame
-    std::string noMatchReason;     // why there is nothing to play on
-    bool reportedNoMatch = false;
+    uint32_t mouseButtons = 0;   // held buttons, from the press and release events
+    bool throwRequested = false; // a left press alone since the last frame
 
     // Render globals.
     Mat4 perspective;

@@ -1,7 +1,5 @@
 #include "physics/Ball.h"
 
-#include "scene/Sphere.h"
-
 #include <btBulletDynamicsCommon.h>
 
 #include <cstdio>
@@ -45,9 +43,8 @@ public:
 } // namespace
 
 Ball::Ball(Vec3 start, Vec3 direction, Vec4 colour)
-    : start(start), direction(direction), colour(colour), life(LIFE), tag{"Ball", this},
-      sphere(std::make_unique<Sphere>(start, RADIUS, colour)),
-      shape(std::make_unique<BallShape>(RADIUS))
+    : start(start), direction(direction), colour(colour), life(LIFE),
+      shownAt(start), tag{"Ball", this}, shape(std::make_unique<BallShape>(RADIUS))
 {
     btTransform origin;
     origin.setIdentity();
@@ -86,16 +83,11 @@ Ball::~Ball()
 void Ball::update(float dt)
 {
     const Vec3 p = position();
-    sphere->model = math::translate(math::identity(), p);
+    shownAt = p;
     if (life > 0.0f)
     {
         life -= dt;
     }
-}
-
-void Ball::draw(Shader* shader)
-{
-    sphere->draw(shader);
 }
 
 Vec3 Ball::position() const

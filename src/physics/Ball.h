@@ -5,15 +5,13 @@
 
 #include <memory>
 
-class Shader;
-class Sphere;
 class btCollisionShape;
 class btDefaultMotionState;
 class btRigidBody;
 
 // A paint ball: a small dynamic sphere thrown from below the player's eye. It lives until it
 // touches the level (the contact report sets its life to 0) or for 10 seconds; the player removes
-// dead balls. Needs the physics scene and a GL context.
+// dead balls. Needs the physics scene; the scene draws it.
 class Ball
 {
 public:
@@ -23,9 +21,8 @@ public:
     Ball(const Ball&) = delete;
     Ball& operator=(const Ball&) = delete;
 
-    // Follows the body with the drawn sphere and runs the life down by DT seconds.
+    // Notes where the body is, for drawing, and runs the life down by DT seconds.
     void update(float dt);
-    void draw(Shader* shader);
 
     Vec3 position() const;
     Vec3 velocity() const;
@@ -34,10 +31,11 @@ public:
     Vec3 direction;
     Vec4 colour;
     float life; // seconds left
+    // Where the ball is drawn: the body's place at the last update, START before the first.
+    Vec3 shownAt;
 
 private:
     PhysicsBody tag;
-    std::unique_ptr<Sphere> sphere;
     std::unique_ptr<btCollisionShape> shape;
     std::unique_ptr<btDefaultMotionState> motion;
     std::unique_ptr<btRigidBody> body;

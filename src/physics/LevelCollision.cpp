@@ -117,9 +117,9 @@ std::vector<PaintHit> PhysicsContactReport::takeHits()
     return std::exchange(hits, {});
 }
 
-LevelCollision::LevelCollision(Level& level, const float* vertices, int32_t vertexCount,
+LevelCollision::LevelCollision(const float* vertices, int32_t vertexCount,
                                std::unique_ptr<TriangleTree> triangles)
-    : contactReport(vertices, vertexCount), tag{"Level", &level}, tree(std::move(triangles))
+    : contactReport(vertices, vertexCount), tag{"Level", this}, tree(std::move(triangles))
 {
     btRigidBody::btRigidBodyConstructionInfo info(0.0f, nullptr, &tree->shape());
     body = std::make_unique<btRigidBody>(info);

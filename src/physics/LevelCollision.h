@@ -6,7 +6,6 @@
 #include <memory>
 #include <vector>
 
-class Level;
 class TriangleTree;
 class btDynamicsWorld;
 class btPersistentManifold;
@@ -50,9 +49,9 @@ private:
 class LevelCollision
 {
 public:
-    // TRIANGLES is the tree over LEVEL's vertex array VERTICES (VERTEX_COUNT x (x, y, z, w)),
+    // TRIANGLES is the tree over the level's vertex array VERTICES (VERTEX_COUNT x (x, y, z, w)),
     // which must outlive it. Makes the physics scene and adds the body.
-    LevelCollision(Level& level, const float* vertices, int32_t vertexCount,
+    LevelCollision(const float* vertices, int32_t vertexCount,
                    std::unique_ptr<TriangleTree> triangles);
     ~LevelCollision();
     LevelCollision(const LevelCollision&) = delete;

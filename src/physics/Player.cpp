@@ -3,7 +3,6 @@
 #include "physics/Ball.h"
 #include "physics/CharacterController.h"
 #include "physics/PhysicsWorld.h"
-#include "sound/SoundManager.h"
 
 #include <btBulletDynamicsCommon.h>
 
@@ -25,10 +24,8 @@ Player::Player()
                    {0.604f, 1.0f, 0.0f, 1.0f},
                    {0.988f, 0.0f, 1.0f, 1.0f},
                    {0.0f, 0.918f, 1.0f, 1.0f}},
-      eye(std::make_unique<Camera>()),
       controller(std::make_unique<CharacterController>(*PhysicsWorld::instance().scene(), START))
 {
-    eye->position = {START.x(), START.y() + EYE_ABOVE_CENTRE, START.z()};
 }
 
 Player::~Player()
@@ -37,15 +34,15 @@ Player::~Player()
     controller.reset();
 }
 
-void Player::update(float dt, float forward, float strafe, float mouseX, float mouseY)
+Vec3 Player::eye() const
 {
-    const float oldX = eye->position.x;
-    const float oldZ = eye->position.z;
-    move(*eye, dt, forward, strafe, mouseX, mouseY);
-    controller->move(btVector3(eye->position.x - oldX, DOWN_PUSH, eye->position.z - oldZ));
     const btVector3 centre = controller->position();
-    eye->position = {centre.x(), centre.y() + EYE_ABOVE_CENTRE, centre.z()};
+    return {centre.x(), centre.y() + EYE_ABOVE_CENTRE, centre.z()};
+}
 
+void Player::update(float dt, float walkX, float walkZ)
+{
+    controller->move(btVector3(walkX, DOWN_PUSH, walkZ));
     for (auto it = balls.begin(); it != balls.end();)
     {
         if ((*it)->life <= 0.0f)
@@ -59,23 +56,15 @@ void Player::update(float dt, float forward, float strafe, float mouseX, float m
     shotCooldown -= dt;
 }
 
-void Player::throwBall()
+void Player::throwBall(Vec3 heading)
 {
-    if (!(shotCooldown < 0.0f))
+    if (!canThrow())
     {
         return;
     }
-    SoundManager::instance().playShot();
-    const Vec3 start{eye->position.x, eye->position.y - BALL_BELOW_EYE, eye->position.z};
-    balls.push_back(std::make_unique<Ball>(start, eye->viewDirection(), paintColours[colourIndex]));
+    const Vec3 from = eye();
+    const Vec3 start{from.x, from.y - BALL_BELOW_EYE, from.z};
+    balls.push_back(std::make_unique<Ball>(start, heading, paintColours[colourIndex]));
     shotCooldown = SHOT_COOLDOWN;
     colourIndex = std::rand() % COLOUR_COUNT;
-}
-
-void Player::drawBalls(Shader* shader)
-{
-    for (auto& ball : balls)
-    {
-        ball->draw(shader);
-    }
 }

@@ -1,16 +1,16 @@
 #pragma once
 
-#include "app/Camera.h"
+#include "core/Math.h"
 
 #include <list>
 #include <memory>
 
 class Ball;
 class CharacterController;
-class Shader;
 
-// The player: the first-person camera, the capsule that carries it through the level, the paint
-// colours and the balls in flight. Needs the physics scene (the level's collision) to exist.
+// The player's body: the capsule that carries the eye through the level, the paint colours and
+// the balls in flight. Where the player looks is the caller's business: it hands over the walk
+// and the direction of a throw. Needs the physics scene (the level's collision) to exist.
 class Player
 {
 public:
@@ -21,18 +21,20 @@ public:
     Player(const Player&) = delete;
     Player& operator=(const Player&) = delete;
 
-    // Once a playing frame, after the physics step: turns and walks the camera by the input,
-    // moves the capsule by the walk and a constant downward push, puts the eye 1.75 above the
-    // capsule's centre, then removes dead balls and updates the rest.
-    void update(float dt, float forward, float strafe, float mouseX, float mouseY);
-    // Throws a ball of the current colour from below the eye along the view, unless the last
-    // throw was less than a quarter second ago. Picks the next colour at random.
-    void throwBall();
-    void drawBalls(Shader* shader);
+    // Once a playing frame, after the physics step: moves the capsule by WALK_X, WALK_Z (metres
+    // across the ground) and a constant downward push, then removes dead balls and updates the
+    // rest.
+    void update(float dt, float walkX, float walkZ);
+    // The eye, 1.75 above the capsule's centre.
+    Vec3 eye() const;
+    // A throw needs a quarter second since the last one.
+    bool canThrow() const { return shotCooldown < 0.0f; }
+    // Throws a ball of the current colour from below the eye along HEADING when canThrow(), and
+    // picks the next colour at random.
+    void throwBall(Vec3 heading);
 
     const float* currentColour() const { return &paintColours[colourIndex].x; }
     int getColourIndex() const { return colourIndex; }
-    Camera& camera() { return *eye; }
     CharacterController& getController() { return *controller; }
     const std::list<std::unique_ptr<Ball>>& getBalls() const { return balls; }
     float getShotCooldown() const { return shotCooldown; }
@@ -42,6 +44,5 @@ private:
     float shotCooldown = 0.0f;              // seconds; a throw needs it below 0
     int colourIndex = 0;                    // colour of the next ball
     Vec4 paintColours[COLOUR_COUNT];
-    std::unique_ptr<Camera> eye;
     std::unique_ptr<CharacterController> controller;
 };

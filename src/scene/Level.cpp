@@ -146,7 +146,7 @@ bool Level::buildPhysics()
         pendingTree.valid() ? pendingTree.get()
                             : std::make_unique<TriangleTree>(vertices.get(), vertexCount);
     collision =
-        std::make_unique<LevelCollision>(*this, vertices.get(), vertexCount, std::move(tree));
+        std::make_unique<LevelCollision>(vertices.get(), vertexCount, std::move(tree));
     return true;
 }
 

@@ -94,7 +94,7 @@ TEST_F(MotionBlurGlTest, AStillCameraRecordsNoMotionAndGivesThePlainPictureWithI
     ASSERT_TRUE(game.getMotionBlur()->ready());
     // A splat on the level: drawing paint switches programs, and what comes after must not care.
     Level* level = game.getLevel();
-    game.getPlayer()->throwBall();
+    game.getPlayer()->throwBall(game.getCamera()->viewDirection());
     for (int i = 0; i < 300 && level->decalCount() == 0; ++i)
     {
         SDL_Delay(10);
@@ -102,7 +102,7 @@ TEST_F(MotionBlurGlTest, AStillCameraRecordsNoMotionAndGivesThePlainPictureWithI
     }
     ASSERT_GT(level->decalCount(), 0u);
 
-    Camera& camera = game.getPlayer()->camera();
+    Camera& camera = *game.getCamera();
     camera.previousView = viewMatrix(camera);
     game.render();
     const Pixels plain = readWindow();
@@ -129,7 +129,7 @@ TEST_F(MotionBlurGlTest, AStillCameraRecordsNoMotionAndGivesThePlainPictureWithI
 TEST_F(MotionBlurGlTest, AMovingCameraRecordsItsMotionAndSmearsTheEdges)
 {
     // A frame ago the eye stood a little to the left: everything has since moved left on screen.
-    Camera& camera = game.getPlayer()->camera();
+    Camera& camera = *game.getCamera();
     const Mat4 view = viewMatrix(camera);
     const Mat4 shift = math::translate(math::identity(), Vec3{0.3f, 0.0f, 0.0f});
     camera.previousView = math::multiply(shift, view);
