@@ -1,7 +1,9 @@
 #pragma once
 
+#include "app/Display.h"
 #include "app/FrameClock.h"
 #include "app/Match.h"
+#include "app/MatchView.h"
 #include "core/Math.h"
 #include "core/Settings.h"
 
@@ -18,7 +20,6 @@ class MotionBlur;
 class Player;
 class Shader;
 union SDL_Event;
-struct SDL_Window;
 
 // The value of the "gamestate" setting.
 enum class GameState
@@ -26,15 +27,6 @@ enum class GameState
     Menu = 0,
     Playing = 1,
     Finished = 2,
-};
-
-// The window record: filled by Game::createWindow.
-struct Display
-{
-    int width = 0;  // pixels
-    int height = 0; // pixels
-    SDL_Window* window = nullptr;
-    void* context = nullptr; // the SDL GL context
 };
 
 // One step of building a match and how long it took.
@@ -67,7 +59,6 @@ public:
     bool init();
     // The main loop: until the window is closed or Escape is pressed.
     void run();
-    bool createWindow();
     // Builds the playing world; called when the player confirms the menu. False when the level
     // could not be built: the game still enters the playing state and shows an empty frame.
     bool loadMatch();
@@ -94,8 +85,7 @@ public:
     Camera* getCamera() const { return match ? match->getCamera() : nullptr; }
     Hud* getHud() const { return hud.get(); }
     Level* getLevel() const { return match ? match->getLevel() : nullptr; }
-    const Vec4& getAmbientColor() const { return ambientColor; }
-    MotionBlur* getMotionBlur() const { return motionBlur.get(); }
+    MotionBlur* getMotionBlur() const { return matchView ? matchView->getMotionBlur() : nullptr; }
     // The steps of the last loadMatch() in the order they ran; together they take all of it.
     const std::vector<BuildStage>& getBuildStages() const { return buildStages; }
 
@@ -105,22 +95,14 @@ private:
     // Shows the menu with "loading..." over it, so the player sees something while the level
     // builds.
     void showLoadingFrame();
-    void renderPlaying();
-    void loadOwnShaders();
-    // Builds the motion-blur render targets.
-    void initMotionBlur();
-    // The balls and the marker chain, drawn flat with SHADER.
-    void drawSpheres(Shader* shader);
-    // The HUD over the finished picture, without depth.
-    void drawOverlay();
+    // The playing frame, BLURRED through the motion-blur targets or not.
+    void drawMatch(bool blurred);
     // The keys, the mouse motion and the throw asked for since the last playing frame.
     MatchInput& takeInput();
     GameState state() const
     {
         return static_cast<GameState>(Settings::instance().getInt("gamestate"));
     }
-    // Binds one of the game's own programs with the frame's matrices; null when it is missing.
-    Shader* bindOwn(const char* name);
     // Closes the build stage that ran since the previous one (or since loadMatch began).
     void endStage(const char* name);
 
@@ -131,24 +113,18 @@ private:
     uint8_t keys[KEY_COUNT] = {};
     FrameClock clock;
     double matchStartTicks = 0.0; // ms, tick count when the match was loaded
-    // The game's own programs. "minimal" and "unicolor" also live in the shader registry, as
-    // separate GL programs; drawing the world goes through these.
-    std::map<std::string, std::unique_ptr<Shader>> shaders;
     float cooldown = 0.0f;        // seconds; counts down while positive and nothing arms it
     std::unique_ptr<Match> match; // what the last Return built
     MatchInput input;
     std::unique_ptr<Hud> hud;
     std::unique_ptr<Menu> menu;
-    std::unique_ptr<MotionBlur> motionBlur;
-    uint32_t mouseButtons = 0;   // held buttons, from the press and release events
-    bool throwRequested = false; // a left press alone since the last frame
+    std::unique_ptr<MatchView> matchView; // how the match is drawn
+    uint32_t mouseButtons = 0;            // held buttons, from the press and release events
+    bool throwRequested = false;          // a left press alone since the last frame
 
     // Render globals.
     Mat4 perspective;
     Mat4 view;
-    Vec4 lightPosition{0.0f, 10.0f, 10.0f, 1.0f};
-    Vec4 lightColor{1.0f, 1.0f, 1.0f, 1.0f};
-    Vec4 ambientColor{0.1f, 0.1f, 0.1f, 1.0f}; // raised just before the level turns flat
 
     bool sdlStarted = false;
 };

@@ -2,23 +2,6 @@
 
 #include <cstdio>
 
-Settings* Settings::single = nullptr;
-
-Settings& Settings::instance()
-{
-    if (!single)
-    {
-        single = new Settings();
-    }
-    return *single;
-}
-
-void Settings::destroy()
-{
-    delete single;
-    single = nullptr;
-}
-
 void Settings::defineDefaults()
 {
     defineBool("help", false);

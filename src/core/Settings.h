@@ -1,22 +1,23 @@
 #pragma once
 
+#include "core/Singleton.h"
+
 #include <map>
 #include <string>
 
 // The process-wide store of named switches: rendering options, texture filters, the game state
 // and the menu cursor. Keys are never removed; an unknown key is created with a zero value on its
 // first read. Lives from the first instance() until destroy() at shutdown.
-class Settings
+class Settings : public Singleton<Settings>
 {
+    friend class Singleton<Settings>;
+
 public:
     struct Cycle
     {
         int count = 0; // number of values
         int value = 0; // current value
     };
-
-    static Settings& instance();
-    static void destroy();
 
     // Registers every switch the game has with its default value, in the game's order.
     void defineDefaults();
@@ -40,6 +41,4 @@ private:
 
     std::map<std::string, bool> bools;
     std::map<std::string, Cycle> ints;
-
-    static Settings* single;
 };

@@ -42,23 +42,6 @@ public:
 };
 } // namespace
 
-PhysicsWorld* PhysicsWorld::single = nullptr;
-
-PhysicsWorld& PhysicsWorld::instance()
-{
-    if (!single)
-    {
-        single = new PhysicsWorld();
-    }
-    return *single;
-}
-
-void PhysicsWorld::destroy()
-{
-    delete single;
-    single = nullptr;
-}
-
 PhysicsWorld::PhysicsWorld()
     : configuration(std::make_unique<btDefaultCollisionConfiguration>()),
       dispatcher(std::make_unique<btCollisionDispatcher>(configuration.get())),

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/Singleton.h"
+
 #include <functional>
 #include <memory>
 
@@ -22,16 +24,14 @@ struct PhysicsBody
 // The process-wide physics world on Bullet: gravity -9.8, fixed 1/60 s ticks, at most 8 ticks a
 // frame. The scene itself is made when the level builds its collision (createScene), so every
 // other part reaches it through scene() and must cope with null before that.
-class PhysicsWorld
+class PhysicsWorld : public Singleton<PhysicsWorld>
 {
+    friend class Singleton<PhysicsWorld>;
+
 public:
     // Called after every internal tick, with the world, so contacts are read when Bullet is no
     // longer inside its narrowphase.
     using TickCallback = std::function<void(btDynamicsWorld&)>;
-
-    static PhysicsWorld& instance();
-    static void destroy();
-    static bool exists() { return single != nullptr; }
 
     ~PhysicsWorld();
 
@@ -61,6 +61,4 @@ private:
     TickCallback onTick;
     int debugger = -1;       // socket to a remote viewer on port 5425, -1 when none
     bool debuggerUp = false; // the connection has completed
-
-    static PhysicsWorld* single;
 };

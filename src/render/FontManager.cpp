@@ -235,23 +235,6 @@ std::vector<GlyphQuad> layoutText(const Font& font, const std::string& text, flo
     return quads;
 }
 
-FontManager* FontManager::single = nullptr;
-
-FontManager& FontManager::instance()
-{
-    if (!single)
-    {
-        single = new FontManager();
-    }
-    return *single;
-}
-
-void FontManager::destroy()
-{
-    delete single;
-    single = nullptr;
-}
-
 FontManager::FontManager()
 {
     ShaderManager::instance().load("font");

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/Singleton.h"
+
 #include <array>
 #include <cstdint>
 #include <iosfwd>
@@ -70,17 +72,14 @@ std::vector<GlyphQuad> layoutText(const Font& font, const std::string& text, flo
 // The process-wide registry of bitmap fonts by name, and the drawing of one line of text with
 // them. Created on the first instance() (which builds the "font" program, so the shader registry
 // and a GL context must exist), destroyed by destroy() before the shader and texture registries.
-class FontManager
+class FontManager : public Singleton<FontManager>
 {
+    friend class Singleton<FontManager>;
+
 public:
     static constexpr int ALIGN_LEFT = 0;   // x is the text's left end
     static constexpr int ALIGN_RIGHT = 1;  // x is the end of the last advance
     static constexpr int ALIGN_CENTRE = 2; // x is the middle of the advance width
-
-    static FontManager& instance();
-    // Forgets every font (their textures stay with the texture registry).
-    static void destroy();
-    static bool exists() { return single != nullptr; }
 
     // Loads data/fonts/NAME.fnt and its page data/fonts/NAME_0.tga and registers the font under
     // NAME; a name already registered is left alone without reading anything. False, with an
@@ -101,6 +100,4 @@ private:
     ~FontManager();
 
     std::map<std::string, Font> fonts;
-
-    static FontManager* single;
 };

@@ -11,25 +11,12 @@ const char* const SHARED_PROGRAMS[] = {"unicolor-hud", "hud",  "minimal", "unico
                                        "decal",        "menu", "level"};
 } // namespace
 
-ShaderManager* ShaderManager::single = nullptr;
-
-ShaderManager& ShaderManager::instance()
+void ShaderManager::created()
 {
-    if (!single)
+    for (const char* name : SHARED_PROGRAMS)
     {
-        single = new ShaderManager();
-        for (const char* name : SHARED_PROGRAMS)
-        {
-            single->load(name);
-        }
+        load(name);
     }
-    return *single;
-}
-
-void ShaderManager::destroy()
-{
-    delete single;
-    single = nullptr;
 }
 
 ShaderManager::ShaderManager()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/Singleton.h"
+
 #include "core/Math.h"
 
 #include <map>
@@ -12,14 +14,11 @@ class Shader;
 // The process-wide registry of named shader programs. It also holds the current view,
 // perspective and orthographic matrices, which every use() uploads to the program it binds.
 // Created on the first instance() (which loads the shared programs), destroyed by destroy().
-class ShaderManager
+class ShaderManager : public Singleton<ShaderManager>
 {
-public:
-    static ShaderManager& instance();
-    // Deletes every program and forgets the manager; a later instance() builds a fresh one.
-    static void destroy();
-    static bool exists() { return single != nullptr; }
+    friend class Singleton<ShaderManager>;
 
+public:
     // Builds the program NAME and stores it under NAME. A program already stored there stays
     // alive (and unreachable) until destroy(); it is not deleted while something may still hold it.
     Shader* load(const std::string& name);
@@ -38,6 +37,8 @@ public:
 
 private:
     ShaderManager();
+    // Loads the shared programs once the registry is reachable.
+    void created();
     ~ShaderManager();
 
     Mat4 view;
@@ -46,6 +47,4 @@ private:
     Shader* current = nullptr;
     std::map<std::string, std::unique_ptr<Shader>> programs;
     std::vector<std::unique_ptr<Shader>> replaced;
-
-    static ShaderManager* single;
 };

@@ -7,23 +7,6 @@
 
 #include <cstdio>
 
-TextureManager* TextureManager::single = nullptr;
-
-TextureManager& TextureManager::instance()
-{
-    if (!single)
-    {
-        single = new TextureManager();
-    }
-    return *single;
-}
-
-void TextureManager::destroy()
-{
-    delete single;
-    single = nullptr;
-}
-
 TextureManager::~TextureManager()
 {
     for (const auto& [name, id] : textures)

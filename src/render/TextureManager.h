@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/Singleton.h"
+
 #include <map>
 #include <string>
 
@@ -7,14 +9,11 @@
 // "motionblur1") to a GL texture. Images are decoded with FreeImage and uploaded as the library
 // holds them: bottom row first, no channel reordering, so the caller's pixel format decides how
 // the bytes are read (a 24-bit image passed as GL_BGR comes out right).
-class TextureManager
+class TextureManager : public Singleton<TextureManager>
 {
-public:
-    static TextureManager& instance();
-    // Deletes every registered texture and forgets the manager.
-    static void destroy();
-    static bool exists() { return single != nullptr; }
+    friend class Singleton<TextureManager>;
 
+public:
     virtual ~TextureManager();
 
     // Loads data/textures/NAME.EXTENSION once; a name already present is left alone.
@@ -45,6 +44,4 @@ protected:
 
 private:
     std::map<std::string, unsigned int> textures;
-
-    static TextureManager* single;
 };

@@ -1,7 +1,5 @@
 #include "scene/Frustum.h"
 
-Frustum* Frustum::single = nullptr;
-
 Bounds Bounds::fromMinMax(const Vec3& min, const Vec3& max)
 {
     Bounds b;
@@ -11,21 +9,6 @@ Bounds Bounds::fromMinMax(const Vec3& min, const Vec3& max)
                         1.0f};
     }
     return b;
-}
-
-Frustum& Frustum::instance()
-{
-    if (!single)
-    {
-        single = new Frustum();
-    }
-    return *single;
-}
-
-void Frustum::destroy()
-{
-    delete single;
-    single = nullptr;
 }
 
 void Frustum::update(const Mat4& newProjection, const Mat4& newView)

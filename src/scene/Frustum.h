@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/Singleton.h"
+
 #include "core/Math.h"
 
 // An axis-aligned box given by its eight corners (x, y, z, w each), for visibility tests.
@@ -13,13 +15,11 @@ struct Bounds
 
 // Decides whether a box can be seen from the current camera. One for the process, refreshed
 // every playing frame with the perspective and view matrices.
-class Frustum
+class Frustum : public Singleton<Frustum>
 {
-public:
-    static Frustum& instance();
-    static void destroy();
-    static bool exists() { return single != nullptr; }
+    friend class Singleton<Frustum>;
 
+public:
     void update(const Mat4& projection, const Mat4& view);
     // False only when all eight corners lie beyond one and the same clip plane: a box that
     // straddles planes is reported visible, which is conservative and cheap.
@@ -30,5 +30,4 @@ public:
 
 private:
     Frustum() = default;
-    static Frustum* single;
 };

@@ -26,23 +26,6 @@ unsigned int packVersion(const SDL_version* v)
 }
 } // namespace
 
-SoundManager* SoundManager::single = nullptr;
-
-SoundManager& SoundManager::instance()
-{
-    if (!single)
-    {
-        single = new SoundManager();
-    }
-    return *single;
-}
-
-void SoundManager::destroy()
-{
-    delete single;
-    single = nullptr;
-}
-
 SoundManager::SoundManager()
 {
     version = packVersion(Mix_Linked_Version());

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/Singleton.h"
+
 #include <string>
 
 struct Mix_Chunk;
@@ -9,13 +11,11 @@ typedef struct _Mix_Music Mix_Music;
 // Created on first use; a machine without an audio device gets no output at all and every play
 // is a silent no-op. Failures print "FMOD error! (%d)" (the game's long-standing sound error
 // line) and never stop the game.
-class SoundManager
+class SoundManager : public Singleton<SoundManager>
 {
-public:
-    static SoundManager& instance();
-    static void destroy();
-    static bool exists() { return single != nullptr; }
+    friend class Singleton<SoundManager>;
 
+public:
     virtual ~SoundManager();
 
     // Starts the background track, looping, at half volume.
@@ -56,6 +56,4 @@ private:
     Mix_Chunk* splash = nullptr;
     int shotChannel = -1;   // kept from the last shot1
     int splashChannel = -1; // the last splash
-
-    static SoundManager* single;
 };

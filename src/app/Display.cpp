@@ -1,0 +1,87 @@
+#include "app/Display.h"
+
+#include <GL/glew.h>
+#include <SDL.h>
+
+#include <cstdio>
+
+namespace
+{
+const int WINDOW_WIDTH = 1024;
+const int WINDOW_HEIGHT = 768;
+// The compatibility resize event of the old SDL interface; the window queues one so the first
+// pass of the event handler sets the viewport.
+const Uint32 RESIZE_EVENT = SDL_WINDOWEVENT;
+} // namespace
+
+bool openWindow(Display& display)
+{
+    display.width = WINDOW_WIDTH;
+    display.height = WINDOW_HEIGHT;
+    SDL_GL_SetAttribute(SDL_GL_CONTEXT_MAJOR_VERSION, 3);
+    SDL_GL_SetAttribute(SDL_GL_CONTEXT_MINOR_VERSION, 2);
+    // Without a profile Linux hands out a core context, where drawing from client arrays (the
+    // "vbo" switch off) is illegal.
+    SDL_GL_SetAttribute(SDL_GL_CONTEXT_PROFILE_MASK, SDL_GL_CONTEXT_PROFILE_COMPATIBILITY);
+    SDL_GL_SetAttribute(SDL_GL_DOUBLEBUFFER, 1);
+    SDL_GL_SetAttribute(SDL_GL_DEPTH_SIZE, 24);
+    SDL_GL_SetAttribute(SDL_GL_STENCIL_SIZE, 1);
+
+    display.window =
+        SDL_CreateWindow("Blotch", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, WINDOW_WIDTH,
+                         WINDOW_HEIGHT, SDL_WINDOW_OPENGL | SDL_WINDOW_SHOWN);
+    if (!display.window)
+    {
+        return false;
+    }
+    display.context = SDL_GL_CreateContext(display.window);
+    if (!display.context)
+    {
+        std::fprintf(stderr, "[ERROR] Could not create an OpenGL 3.2 context: %s\n",
+                     SDL_GetError());
+        return false;
+    }
+    SDL_GL_SetSwapInterval(1);
+
+    glewExperimental = GL_TRUE;
+    const GLenum glewResult = glewInit();
+    if (glewResult != GLEW_OK)
+    {
+        std::fprintf(stderr, "[ERROR] Failed to initialize GLEW: '%s'\n",
+                     reinterpret_cast<const char*>(glewGetErrorString(glewResult)));
+        return false;
+    }
+    glGetError(); // glewInit may leave an error behind on some drivers
+
+    glEnable(GL_CULL_FACE);
+    glEnable(GL_DEPTH_TEST);
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+    glViewport(0, 0, WINDOW_WIDTH, WINDOW_HEIGHT);
+    glClearColor(0.0f, 0.0f, 0.0f, 1.0f);
+
+    SDL_Event resize{};
+    resize.type = RESIZE_EVENT;
+    resize.window.event = SDL_WINDOWEVENT_SIZE_CHANGED;
+    resize.window.windowID = SDL_GetWindowID(display.window);
+    resize.window.data1 = WINDOW_WIDTH;
+    resize.window.data2 = WINDOW_HEIGHT;
+    SDL_PushEvent(&resize);
+
+    SDL_SetRelativeMouseMode(SDL_TRUE);
+    return true;
+}
+
+void closeWindow(Display& display)
+{
+    if (display.context)
+    {
+        SDL_GL_DeleteContext(display.context);
+        display.context = nullptr;
+    }
+    if (display.window)
+    {
+        SDL_DestroyWindow(display.window);
+        display.window = nullptr;
+    }
+}
