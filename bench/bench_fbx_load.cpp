@@ -241,7 +241,13 @@ int main(int argc, char** argv)
     Timing serial = median([&] { doc = std::move(fbx::Document::load(path, oneThread)).value(); },
                            [&] { doc.reset(); });
     // The parts of it, for reference.
-    Timing read = median([&] { fbx::readFile(path); }, [] {});
+    bool fileOk = true;
+    Timing read = median([&] { fileOk = fileOk && fbx::readFile(path).ok(); }, [] {});
+    if (!fileOk)
+    {
+        std::fprintf(stderr, "bench_fbx_load: cannot read %s\n", path.c_str());
+        return 1;
+    }
     std::optional<fbx::RecordTree> tree;
     Timing parse = median([&] { tree = std::move(fbx::parse(file->span(), oneThread)).value(); },
                           [&] { tree.reset(); });

@@ -183,17 +183,21 @@ void MatchView::renderMotionBlurFrame()
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
     glDrawBuffer(GL_BACK);
 
+    composite();
+    glPolygonMode(GL_FRONT_AND_BACK, wireframe ? GL_LINE : GL_FILL);
+    drawOverlay();
+}
+
+void MatchView::composite()
+{
     // Both blended into the window: the quad is always filled.
     glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
-    if (Shader* composite = bindOwn("mbpostprocess"))
+    if (Shader* blend = bindOwn("mbpostprocess"))
     {
-        motionBlur->composite(composite);
+        motionBlur->composite(blend);
     }
     glUseProgram(0);
     glBindTexture(GL_TEXTURE_2D, 0);
     glActiveTexture(GL_TEXTURE0);
-
-    glPolygonMode(GL_FRONT_AND_BACK, wireframe ? GL_LINE : GL_FILL);
-    drawOverlay();
 }

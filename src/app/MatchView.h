@@ -44,6 +44,8 @@ public:
 private:
     void renderPlaying(bool lit);
     void renderMotionBlurFrame();
+    // The screen motion and the colours blended into the window.
+    void composite();
     // Binds one of the game's own programs with the frame's matrices; null when it is missing.
     Shader* bindOwn(const char* name);
     // The balls and the marker chain, drawn flat with SHADER.

@@ -45,7 +45,7 @@ private:
     Value parseValue(Record& record);
     bool parseArray(Record& record);
     bool charge(uint64_t bytes, const char* at);
-    bool fail(const char* at, std::string reason);
+    bool fail(const char* at, std::string reason, ErrorKind kind = ErrorKind::Corrupt);
 
     void skipSpace();
     static bool isDelimiter(char c)
@@ -124,13 +124,13 @@ Result<RecordTree> AsciiParser::run()
     return tree;
 }
 
-bool AsciiParser::fail(const char* at, std::string reason)
+bool AsciiParser::fail(const char* at, std::string reason, ErrorKind kind)
 {
     long line = 1;
     for (const char* q = begin_; q < at; ++q)
         line += *q == '\n';
     error_ = Error{std::move(reason) + " (line " + std::to_string(line) + ")", joinPath(path_),
-                   static_cast<int64_t>(at - begin_)};
+                   static_cast<int64_t>(at - begin_), kind};
     return false;
 }
 
@@ -138,8 +138,9 @@ bool AsciiParser::charge(uint64_t bytes, const char* at)
 {
     used_ += bytes;
     if (used_ > options_.memoryBudget)
-        return fail(at, "exceeds the memory budget of " + std::to_string(options_.memoryBudget) +
-                            " bytes");
+        return fail(
+            at, "exceeds the memory budget of " + std::to_string(options_.memoryBudget) + " bytes",
+            ErrorKind::TooLarge);
     return true;
 }
 
@@ -273,7 +274,7 @@ AsciiParser::Value AsciiParser::parseValue(Record& record)
             return Value::Failed;
         Property p = Property::block(PropertyType::String, text.size());
         if (!p.data())
-            return fail(open, "out of memory"), Value::Failed;
+            return fail(open, "out of memory", ErrorKind::TooLarge), Value::Failed;
         if (!text.empty())
             std::memcpy(p.data(), text.data(), text.size());
         record.properties.push_back(std::move(p));
@@ -311,7 +312,7 @@ AsciiParser::Value AsciiParser::parseValue(Record& record)
             return Value::Failed;
         Property p = Property::block(PropertyType::String, e - p_);
         if (!p.data())
-            return fail(p_, "out of memory"), Value::Failed;
+            return fail(p_, "out of memory", ErrorKind::TooLarge), Value::Failed;
         std::memcpy(p.data(), p_, e - p_);
         record.properties.push_back(std::move(p));
     }
@@ -404,7 +405,7 @@ bool AsciiParser::parseArray(Record& record)
         p = Property::block(small ? PropertyType::Int32Array : PropertyType::Int64Array,
                             ints.size());
         if (!p.data())
-            return fail(star, "out of memory");
+            return fail(star, "out of memory", ErrorKind::TooLarge);
         if (small)
         {
             auto* out = reinterpret_cast<int32_t*>(p.data());
@@ -422,7 +423,7 @@ bool AsciiParser::parseArray(Record& record)
             return false;
         p = Property::block(PropertyType::DoubleArray, reals.size());
         if (!p.data())
-            return fail(star, "out of memory");
+            return fail(star, "out of memory", ErrorKind::TooLarge);
         std::memcpy(p.data(), reals.data(), reals.size() * 8);
     }
     record.properties.push_back(std::move(p));

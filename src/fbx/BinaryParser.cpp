@@ -71,7 +71,7 @@ private:
     bool parseProperties(uint64_t at, uint64_t end, uint64_t count, Record& record);
     bool parseArray(PropertyType type, uint64_t& at, uint64_t end, Record& record);
     bool charge(uint64_t bytes, uint64_t at);
-    bool fail(uint64_t at, std::string reason);
+    bool fail(uint64_t at, std::string reason, ErrorKind kind = ErrorKind::Corrupt);
 
     uint16_t u16(uint64_t at) const
     {
@@ -184,9 +184,9 @@ bool BinaryParser::inflatePending()
     return true;
 }
 
-bool BinaryParser::fail(uint64_t at, std::string reason)
+bool BinaryParser::fail(uint64_t at, std::string reason, ErrorKind kind)
 {
-    error_ = Error{std::move(reason), joinPath(path_), static_cast<int64_t>(at)};
+    error_ = Error{std::move(reason), joinPath(path_), static_cast<int64_t>(at), kind};
     return false;
 }
 
@@ -194,8 +194,9 @@ bool BinaryParser::charge(uint64_t bytes, uint64_t at)
 {
     used_ += bytes;
     if (used_ > options_.memoryBudget)
-        return fail(at, "exceeds the memory budget of " + std::to_string(options_.memoryBudget) +
-                            " bytes");
+        return fail(
+            at, "exceeds the memory budget of " + std::to_string(options_.memoryBudget) + " bytes",
+            ErrorKind::TooLarge);
     return true;
 }
 
@@ -438,7 +439,8 @@ bool BinaryParser::parseArray(PropertyType type, uint64_t& at, uint64_t end, Rec
 
     Property p = Property::block(type, count);
     if (!p.data())
-        return fail(headerAt, "out of memory for an array of " + std::to_string(bytes) + " bytes");
+        return fail(headerAt, "out of memory for an array of " + std::to_string(bytes) + " bytes",
+                    ErrorKind::TooLarge);
     if (encoding == 0)
     {
         if (bytes)

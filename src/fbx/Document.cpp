@@ -881,7 +881,7 @@ Result<Document> Document::build(RecordTree tree)
     }
     catch (const std::bad_alloc&)
     {
-        return Error{"out of memory", {}, -1};
+        return Error{"out of memory", {}, -1, ErrorKind::TooLarge};
     }
 }
 

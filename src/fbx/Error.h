@@ -9,12 +9,24 @@
 namespace fbx
 {
 
-// Why a read failed: what, where in the file (byte offset) and in which record.
+// What kind of failure stopped a read, for callers that treat them differently.
+enum class ErrorKind
+{
+    Io,          // the file could not be opened or read
+    NotFbx,      // neither binary nor ASCII FBX
+    Unsupported, // an FBX version the reader does not know
+    Corrupt,     // damaged, cut short or inconsistent
+    TooLarge,    // more than the memory budget, or more than the machine can give
+};
+
+// Why a read failed: what, where in the file (byte offset), in which record, and what kind of
+// failure it was.
 struct Error
 {
     std::string reason;  // "compressed array does not inflate to 2048 bytes"
     std::string path;    // record path, "Objects/Geometry/Vertices"; empty outside any record
     int64_t offset = -1; // byte offset into the file; -1 when no byte is to blame (file not found)
+    ErrorKind kind = ErrorKind::Corrupt;
 
     // "Objects/Geometry/Vertices at byte 12345: compressed array does not inflate to 2048 bytes"
     std::string text() const;
@@ -22,7 +34,7 @@ struct Error
 
 // A value or the Error that prevented it. Nothing in the library throws; every fallible call
 // returns one of these and the caller must look at ok() before value().
-template <class T> class Result
+template <class T> class [[nodiscard]] Result
 {
 public:
     Result(T value) : v_(std::in_place_index<0>, std::move(value)) {}

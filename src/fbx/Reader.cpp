@@ -113,9 +113,10 @@ Result<FileBytes> readFile(const std::string& path)
 {
     std::FILE* f = std::fopen(path.c_str(), "rb");
     if (!f)
-        return Error{"cannot open " + path + ": " + std::strerror(errno), {}, -1};
+        return Error{"cannot open " + path + ": " + std::strerror(errno), {}, -1, ErrorKind::Io};
     FileBytes out;
     std::string failure;
+    ErrorKind kind = ErrorKind::Io;
     if (std::fseek(f, 0, SEEK_END) != 0)
     {
         failure = "cannot seek in " + path;
@@ -133,14 +134,17 @@ Result<FileBytes> readFile(const std::string& path)
             out.size = static_cast<size_t>(size);
             out.block = allocateBlock(out.size + 1);
             if (!out.block)
+            {
                 failure = "not enough memory to read " + path;
+                kind = ErrorKind::TooLarge;
+            }
             else if (std::fread(out.block.get(), 1, out.size, f) != out.size)
                 failure = "cannot read " + path;
         }
     }
     std::fclose(f);
     if (!failure.empty())
-        return Error{failure, {}, -1};
+        return Error{failure, {}, -1, kind};
     return out;
 }
 
@@ -164,7 +168,8 @@ Result<FileInfo> sniff(std::span<const uint8_t> bytes)
             v = __builtin_bswap32(v);
         info.version = v;
         if (v < OLDEST_VERSION || v > NEWEST_VERSION)
-            return Error{"unsupported FBX version " + std::to_string(v), {}, 23};
+            return Error{
+                "unsupported FBX version " + std::to_string(v), {}, 23, ErrorKind::Unsupported};
         return info;
     }
     if (looksLikeAsciiRecords(bytes))
@@ -172,10 +177,16 @@ Result<FileInfo> sniff(std::span<const uint8_t> bytes)
         info.format = Format::Ascii;
         info.version = asciiVersion(bytes);
         if (info.version != 0 && (info.version < OLDEST_VERSION || info.version > NEWEST_VERSION))
-            return Error{"unsupported FBX version " + std::to_string(info.version), {}, 0};
+            return Error{"unsupported FBX version " + std::to_string(info.version),
+                         {},
+                         0,
+                         ErrorKind::Unsupported};
         return info;
     }
-    return Error{"not an FBX file: neither the binary FBX header nor ASCII FBX records", {}, 0};
+    return Error{"not an FBX file: neither the binary FBX header nor ASCII FBX records",
+                 {},
+                 0,
+                 ErrorKind::NotFbx};
 }
 
 Result<RecordTree> parse(std::span<const uint8_t> bytes, const ParseOptions& options)
@@ -193,7 +204,7 @@ Result<RecordTree> parse(std::span<const uint8_t> bytes, const ParseOptions& opt
     }
     catch (const std::bad_alloc&)
     {
-        return Error{"out of memory", {}, -1};
+        return Error{"out of memory", {}, -1, ErrorKind::TooLarge};
     }
 }
 

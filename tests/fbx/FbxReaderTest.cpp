@@ -178,6 +178,7 @@ TEST(FbxReader, MalformedFilesAreErrorsNamingTheRecord)
         std::vector<uint8_t> bytes;
         std::string where, reason; // the error text starts with `where` and holds `reason`
         uint64_t memoryBudget = ParseOptions{}.memoryBudget;
+        ErrorKind kind = ErrorKind::Corrupt;
     };
     const Case cases[] = {
         {array(300, true, 301), "V at byte ", "does not inflate to 2408 bytes"},
@@ -185,7 +186,7 @@ TEST(FbxReader, MalformedFilesAreErrorsNamingTheRecord)
         {array(3, true, 0xFFFFFFFF), "V at byte ", "cannot inflate to 34359738360 bytes"},
         {array(3, false, 4), "V at byte ", "needs 32 bytes but holds 24"},
         {array(3, false, 2), "V at byte ", "needs 16 bytes but holds 24"},
-        {array(100000, true, -1), "V at byte ", "memory budget", 500000},
+        {array(100000, true, -1), "V at byte ", "memory budget", 500000, ErrorKind::TooLarge},
         {childEnd(uint32_t(good.size())), "Parent/Child at byte 46", "lies outside"},
         {childEnd(uint32_t(child)), "Parent/Child at byte 46", "lies outside"},
         {{good.begin(), good.end() - 160 - 13}, "at byte ", "truncated"},
@@ -196,7 +197,10 @@ TEST(FbxReader, MalformedFilesAreErrorsNamingTheRecord)
         {text("Objects: {\n  Model: 1 {\n"), "Objects/Model at byte ", "missing '}'"},
         {text(asciiFile({pastTheEnd})), "Objects/Geometry/PolygonVertexIndex at byte ",
          "names control point 3 of 3"},
-        {BinaryFbxWriter(9000).finish(), "at byte ", "unsupported FBX version 9000"},
+        {BinaryFbxWriter(9000).finish(), "at byte ", "unsupported FBX version 9000",
+         ParseOptions{}.memoryBudget, ErrorKind::Unsupported},
+        {text("just words"), "at byte ", "not an FBX file", ParseOptions{}.memoryBudget,
+         ErrorKind::NotFbx},
     };
     for (const Case& c : cases)
     {
@@ -207,6 +211,7 @@ TEST(FbxReader, MalformedFilesAreErrorsNamingTheRecord)
         const std::string text = r.error().text();
         EXPECT_EQ(text.rfind(c.where, 0), 0u) << text;
         EXPECT_NE(text.find(c.reason), std::string::npos) << text;
+        EXPECT_EQ(r.error().kind, c.kind) << text;
     }
 }
 
