@@ -89,9 +89,9 @@ bool PhysicsWorld::isPredictive(const btDynamicsWorld& world, const btPersistent
 void PhysicsWorld::internalTick(btDynamicsWorld* world, float)
 {
     auto* self = static_cast<PhysicsWorld*>(world->getWorldUserInfo());
-    if (self && self->onTick)
+    if (self && self->afterTick)
     {
-        self->onTick(*world);
+        self->afterTick(*world);
     }
 }
 

@@ -38,7 +38,7 @@ public:
     // Makes the one scene (replacing any earlier one) and returns it.
     btDiscreteDynamicsWorld& createScene();
     btDiscreteDynamicsWorld* scene() const { return world.get(); }
-    void setTickCallback(TickCallback callback) { onTick = std::move(callback); }
+    void setTickCallback(TickCallback callback) { afterTick = std::move(callback); }
     // True for the manifolds continuous collision makes ahead of a fast body: their points lie
     // on its predicted path, not where anything touches.
     static bool isPredictive(const btDynamicsWorld& world, const btPersistentManifold* manifold);
@@ -58,7 +58,7 @@ private:
     std::unique_ptr<btBroadphaseInterface> broadphase;
     std::unique_ptr<btConstraintSolver> solver;
     std::unique_ptr<btDiscreteDynamicsWorld> world;
-    TickCallback onTick;
+    TickCallback afterTick;
     int debugger = -1;       // socket to a remote viewer on port 5425, -1 when none
     bool debuggerUp = false; // the connection has completed
 };
