@@ -1,5 +1,7 @@
 #include "app/Display.h"
 
+#include "render/GlDebug.h"
+
 #include <GL/glew.h>
 #include <SDL.h>
 
@@ -26,6 +28,10 @@ bool openWindow(Display& display)
     SDL_GL_SetAttribute(SDL_GL_DOUBLEBUFFER, 1);
     SDL_GL_SetAttribute(SDL_GL_DEPTH_SIZE, 24);
     SDL_GL_SetAttribute(SDL_GL_STENCIL_SIZE, 1);
+    if (gldebug::requested())
+    {
+        SDL_GL_SetAttribute(SDL_GL_CONTEXT_FLAGS, SDL_GL_CONTEXT_DEBUG_FLAG);
+    }
 
     display.window =
         SDL_CreateWindow("Blotch", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, WINDOW_WIDTH,
@@ -52,6 +58,10 @@ bool openWindow(Display& display)
         return false;
     }
     glGetError(); // glewInit may leave an error behind on some drivers
+    if (gldebug::requested() && !gldebug::install())
+    {
+        std::fprintf(stderr, "[ERROR] BLOTCH_GL_DEBUG: the GL driver has no debug output\n");
+    }
 
     glEnable(GL_CULL_FACE);
     glEnable(GL_DEPTH_TEST);

@@ -110,3 +110,27 @@ TEST_F(PlayTest, ACorruptLevelIsReportedAndEscapeStillQuits)
     game.key("Escape");
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
+
+// Every graphics switch on and off again while paint flies: the game runs with GL errors
+// reported (and the harness fails on any), so each drawing path must be a legal one.
+TEST_F(PlayTest, EverySwitchDrawsWithoutAGlError)
+{
+    game.writeData("fbx/level.fbx", smallFloor());
+    startMatch();
+    game.click(1);
+    ASSERT_TRUE(game.waitForError(")\n", 5.0));
+    for (int round = 0; round < 2; ++round)
+    {
+        for (int f = 1; f <= 9; ++f)
+        {
+            game.key("F" + std::to_string(f));
+            game.waitExit(0.3); // a few frames drawn this way
+        }
+        game.mouseMoveRelative(40, 0); // the blur pass sees motion
+        game.click(1);
+        game.waitExit(1.0);
+    }
+    EXPECT_EQ(game.errorText().find("[GL] "), std::string::npos) << game.errorText();
+    game.key("Escape");
+    EXPECT_EQ(game.waitExit(10.0), 0);
+}

@@ -1,5 +1,7 @@
 #include "support/GameProcess.h"
 
+#include <gtest/gtest.h>
+
 #include <X11/Xlib.h>
 
 #include <algorithm>
@@ -92,6 +94,13 @@ void GameProcess::setCommand(std::string binary, std::vector<std::string> argume
 GameProcess::~GameProcess()
 {
     kill();
+    const std::string errors = errorText();
+    for (size_t at = errors.find("[GL] "); at != std::string::npos;
+         at = errors.find("[GL] ", at + 1))
+    {
+        ADD_FAILURE() << "the game made a GL error: "
+                      << errors.substr(at, errors.find('\n', at) - at);
+    }
     // BLOTCH_E2E_KEEP=1 keeps the working directory (output, pictures) for a look afterwards.
     if (std::getenv("BLOTCH_E2E_KEEP"))
     {
@@ -148,6 +157,8 @@ bool GameProcess::start(const std::vector<std::string>& environment)
         dup2(errFd, 2);
         const int nullFd = open("/dev/null", O_RDONLY);
         dup2(nullFd, 0);
+        // Every GL error the driver sees is printed, and fails the test (see the destructor).
+        setenv("BLOTCH_GL_DEBUG", "1", 0);
         for (const std::string& entry : environment)
         {
             putenv(const_cast<char*>(entry.c_str()));
