@@ -88,10 +88,12 @@ void SoundManager::openDevice()
     int result = Mix_OpenAudioDevice(frequency, format, channels, CHUNK_SIZE, name, changes);
     if (result != 0 && channels != 2)
     {
-        // The card does not take that speaker layout: plain stereo always works.
+        // The card does not take that speaker layout: plain stereo always works. Only this
+        // second try is reported; a first try that fails otherwise leaves the game silent without
+        // a word, as it always has.
         result = Mix_OpenAudioDevice(frequency, format, 2, CHUNK_SIZE, name, changes);
+        check(result);
     }
-    check(result);
     output = result == 0;
     if (output)
     {

@@ -93,6 +93,17 @@ TEST_F(SoundManagerTest, WithoutAnyDeviceEverythingIsSilent)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
+TEST_F(SoundManagerTest, AStereoDeviceThatWillNotOpenLeavesTheGameSilentWithoutAWord)
+{
+    // The disk driver offers one stereo device, which cannot open a file in a missing folder.
+    setenv("SDL_DISKAUDIOFILE", "/nonexistent-folder/sound.raw", 1);
+    SoundManager& sound = start("disk");
+    unsetenv("SDL_DISKAUDIOFILE");
+    EXPECT_FALSE(sound.hasOutput());
+    EXPECT_EQ(startup.find("FMOD error!"), std::string::npos) << startup;
+    EXPECT_TRUE(sound.playShot());
+}
+
 TEST_F(SoundManagerTest, MissingFilesReportAndTheGameGoesOn)
 {
     ScratchDirectory empty(false); // no data/ at all
