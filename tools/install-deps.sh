@@ -5,7 +5,7 @@ set -euo pipefail
 
 PACKAGES=(
     build-essential cmake pkg-config
-    libsdl2-dev libsdl2-mixer-dev libglew-dev libfreeimage-dev libbullet-dev libdeflate-dev
+    libsdl2-dev libsdl2-mixer-dev libglew-dev libsdl2-image-dev libbullet-dev libdeflate-dev
     libgl1-mesa-dev libgl1-mesa-dri libx11-dev
     libgtest-dev libgmock-dev libbenchmark-dev libassimp-dev assimp-testmodels
     xvfb xauth xdotool imagemagick

@@ -1,11 +1,12 @@
 #include "render/TextureManager.h"
 
 #include "core/DataPath.h"
+#include "render/ImageFile.h"
 
-#include <FreeImage.h>
 #include <GL/glew.h>
 
 #include <cstdio>
+#include <filesystem>
 
 TextureManager::~TextureManager()
 {
@@ -38,45 +39,37 @@ void TextureManager::loadFontPage(const std::string& name, unsigned int pixelFor
 bool TextureManager::loadFile(const std::string& path, const std::string& name,
                               unsigned int pixelFormat, int internalFormat, int level, int border)
 {
-    FREE_IMAGE_FORMAT type = FreeImage_GetFileType(path.c_str(), 0);
-    if (type == FIF_UNKNOWN)
+    ImageBits image;
+    std::string why;
+    if (!readImage(path, image, why))
     {
-        type = FreeImage_GetFIFFromFilename(path.c_str());
-    }
-    if (type == FIF_UNKNOWN || !FreeImage_FIFSupportsReading(type))
-    {
+        // A missing picture is left to the caller; one that is there but unreadable is named.
+        if (std::filesystem::exists(path))
+        {
+            std::fprintf(stderr, "[ERROR] Texture '%s': %s cannot be read: %s\n", name.c_str(),
+                         path.c_str(), why.c_str());
+        }
         return false;
     }
-    FIBITMAP* bitmap = FreeImage_Load(type, path.c_str(), 0);
-    if (!bitmap)
-    {
-        return false;
-    }
-    const BYTE* bits = FreeImage_GetBits(bitmap);
-    const int width = static_cast<int>(FreeImage_GetWidth(bitmap));
-    const int height = static_cast<int>(FreeImage_GetHeight(bitmap));
-    if (!bits || width == 0 || height == 0)
-    {
-        FreeImage_Unload(bitmap);
-        return false;
-    }
+    const int width = image.width;
+    const int height = image.height;
     // The bytes go up as they stand, so an image whose depth does not match the pixel format
     // would be read past its end.
-    const unsigned bpp = FreeImage_GetBPP(bitmap);
+    const unsigned bpp = image.bitsPerPixel;
     const bool wantsAlpha = pixelFormat == GL_RGBA || pixelFormat == GL_BGRA;
     if (bpp != (wantsAlpha ? 32u : 24u))
     {
         std::fprintf(stderr, "[ERROR] Texture '%s': %s is a %u-bit image, expected %d-bit\n",
                      name.c_str(), path.c_str(), bpp, wantsAlpha ? 32 : 24);
-        FreeImage_Unload(bitmap);
         return false;
     }
+    const uint8_t* bits = image.bytes.data();
 
     GLuint id = 0;
     glGenTextures(1, &id);
     glActiveTexture(GL_TEXTURE0 + static_cast<GLenum>(textures.size()));
     glBindTexture(GL_TEXTURE_2D, id);
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 4); // FreeImage pads every row to 4 bytes
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 4); // every row is padded to 4 bytes
     glTexImage2D(GL_TEXTURE_2D, level, internalFormat, width, height, border, pixelFormat,
                  GL_UNSIGNED_BYTE, bits);
     glGenerateMipmap(GL_TEXTURE_2D);
@@ -85,7 +78,6 @@ bool TextureManager::loadFile(const std::string& path, const std::string& name,
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_REPEAT);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_REPEAT);
     glBindTexture(GL_TEXTURE_2D, 0);
-    FreeImage_Unload(bitmap);
 
     textures[name] = id;
     std::printf("Loaded Texture: %s (%dx%d)\n", name.c_str(), width, height);

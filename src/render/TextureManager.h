@@ -6,9 +6,9 @@
 #include <string>
 
 // The process-wide registry from a short texture name ("menu01", "paint03", a font name,
-// "motionblur1") to a GL texture. Images are decoded with FreeImage and uploaded as the library
-// holds them: bottom row first, no channel reordering, so the caller's pixel format decides how
-// the bytes are read (a 24-bit image passed as GL_BGR comes out right).
+// "motionblur1") to a GL texture. Images are decoded with SDL_image and uploaded bottom row
+// first with blue before red in every pixel (see ImageFile.h), so the caller's pixel format
+// decides how the bytes are read (a 24-bit image passed as GL_BGR comes out right).
 class TextureManager : public Singleton<TextureManager>
 {
     friend class Singleton<TextureManager>;

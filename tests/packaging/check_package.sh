@@ -31,7 +31,7 @@ echo "package holds $(wc -l <"$out/files") entries, $(grep -c '/data/.*[^/]$' "$
 
 # Dependencies come from dpkg-shlibdeps, so every library the binary links must show up.
 depends=$(dpkg-deb -f "$deb" Depends)
-for lib in libsdl2-2.0-0 libsdl2-mixer libglew libbullet libfreeimage libdeflate; do
+for lib in libsdl2-2.0-0 libsdl2-mixer libglew libbullet libsdl2-image libdeflate; do
     [[ $depends == *"$lib"* ]] || fail "Depends lacks $lib: $depends"
 done
 [ "$(dpkg-deb -f "$deb" Section)" = games ] || fail "section is not games"

@@ -80,6 +80,21 @@ TEST_F(TextureManagerGlTest, UnknownAndBadFilesGiveTextureZeroQuietly)
     EXPECT_EQ(textures.get("missing"), 0u);
     EXPECT_EQ(textures.get("cut0"), 0u);
     EXPECT_EQ(textures.get("cut8"), 0u);
+    // A picture header claiming absurd sizes, over a few bytes of pixels: refused, not allocated.
+    for (const auto& [width, height] : {std::pair{40000, 40000}, std::pair{0, 10}})
+    {
+        std::string tga(18, '\0');
+        tga[2] = 2; // uncompressed true colour
+        tga[12] = char(width & 0xff), tga[13] = char(width >> 8);
+        tga[14] = char(height & 0xff), tga[15] = char(height >> 8);
+        tga[16] = 32;
+        std::ofstream("data/textures/huge.tga", std::ios::binary) << tga << std::string(64, '\x7f');
+        testing::internal::CaptureStderr();
+        textures.loadFile("data/textures/huge.tga", "huge" + std::to_string(width), GL_RGBA,
+                          GL_RGBA, 0, 0);
+        EXPECT_NE(testing::internal::GetCapturedStderr().find("cannot be read"), std::string::npos);
+        EXPECT_EQ(textures.get("huge" + std::to_string(width)), 0u);
+    }
 
     // A 32-bit picture read as 24-bit would be uploaded from the wrong number of bytes: refused.
     testing::internal::CaptureStderr();

@@ -1,50 +1,37 @@
 #include "support/Image.h"
 
-#include <FreeImage.h>
+#include <SDL.h>
+#include <SDL_image.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 
 Image loadImage(const std::string& path)
 {
     Image image;
-    FREE_IMAGE_FORMAT type = FreeImage_GetFileType(path.c_str(), 0);
-    if (type == FIF_UNKNOWN)
-    {
-        type = FreeImage_GetFIFFromFilename(path.c_str());
-    }
-    if (type == FIF_UNKNOWN)
-    {
-        return image;
-    }
-    FIBITMAP* loaded = FreeImage_Load(type, path.c_str(), 0);
+    SDL_Surface* loaded = IMG_Load(path.c_str());
     if (!loaded)
     {
         return image;
     }
-    FIBITMAP* rgb = FreeImage_ConvertTo24Bits(loaded);
-    FreeImage_Unload(loaded);
+    SDL_Surface* rgb = SDL_ConvertSurfaceFormat(loaded, SDL_PIXELFORMAT_RGB24, 0);
+    SDL_FreeSurface(loaded);
     if (!rgb)
     {
         return image;
     }
-    image.width = static_cast<int>(FreeImage_GetWidth(rgb));
-    image.height = static_cast<int>(FreeImage_GetHeight(rgb));
+    image.width = rgb->w;
+    image.height = rgb->h;
     image.rgb.resize(static_cast<size_t>(image.width) * image.height * 3);
     for (int y = 0; y < image.height; ++y)
     {
-        // FreeImage keeps the bottom row first and stores blue first on little-endian machines.
-        const BYTE* row = FreeImage_GetScanLine(rgb, image.height - 1 - y);
-        for (int x = 0; x < image.width; ++x)
-        {
-            uint8_t* out = &image.rgb[(static_cast<size_t>(y) * image.width + x) * 3];
-            out[0] = row[x * 3 + FI_RGBA_RED];
-            out[1] = row[x * 3 + FI_RGBA_GREEN];
-            out[2] = row[x * 3 + FI_RGBA_BLUE];
-        }
+        std::memcpy(&image.rgb[static_cast<size_t>(y) * image.width * 3],
+                    static_cast<const uint8_t*>(rgb->pixels) + static_cast<size_t>(y) * rgb->pitch,
+                    static_cast<size_t>(image.width) * 3);
     }
-    FreeImage_Unload(rgb);
+    SDL_FreeSurface(rgb);
     return image;
 }
 

@@ -18,7 +18,7 @@ struct Image
     }
 };
 
-// Any image FreeImage reads, converted to RGB; empty when the file cannot be read.
+// Any image SDL_image reads, converted to RGB; empty when the file cannot be read.
 Image loadImage(const std::string& path);
 // Scales to WIDTH x HEIGHT (bilinear), to compare a picture with how it looks stretched on screen.
 Image resized(const Image& image, int width, int height);

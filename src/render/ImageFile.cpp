@@ -1,0 +1,120 @@
+#include "render/ImageFile.h"
+
+#include <SDL.h>
+#include <SDL_image.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace
+{
+// Far beyond any picture of ours; a file claiming more is damaged or hostile. Decoders allocate
+// the whole picture before they read a pixel, so the claim is checked first.
+const int MAX_SIDE = 8192;
+const size_t TGA_HEADER = 18;
+const uint8_t TGA_TRUE_COLOUR = 2; // uncompressed
+
+uint32_t bigEndian(const uint8_t* p)
+{
+    return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];
+}
+
+// What the header of a PNG, or of a file named .tga, says of the picture's size, before anything
+// is decoded. Empty when the header is not one of those or says something impossible.
+std::string checkHeader(const std::string& path)
+{
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f)
+    {
+        return {};
+    }
+    uint8_t head[32] = {};
+    const size_t got = std::fread(head, 1, sizeof(head), f);
+    std::fseek(f, 0, SEEK_END);
+    const long size = std::ftell(f);
+    std::fclose(f);
+    long width = -1, height = -1;
+    static const uint8_t PNG[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+    const bool tga = path.size() > 4 && path.compare(path.size() - 4, 4, ".tga") == 0;
+    if (got >= 24 && std::memcmp(head, PNG, 8) == 0)
+    {
+        width = bigEndian(head + 16);
+        height = bigEndian(head + 20);
+    }
+    else if (tga && got >= TGA_HEADER)
+    {
+        width = head[12] | head[13] << 8;
+        height = head[14] | head[15] << 8;
+        // Uncompressed pixels must all be in the file.
+        const long bytes = width * height * ((head[16] + 7) / 8);
+        if (head[2] == TGA_TRUE_COLOUR && size < long(TGA_HEADER) + head[0] + bytes)
+        {
+            return "the file ends before its pixels do";
+        }
+    }
+    else
+    {
+        return {};
+    }
+    if (width <= 0 || height <= 0 || width > MAX_SIDE || height > MAX_SIDE)
+    {
+        return "a picture of " + std::to_string(width) + "x" + std::to_string(height) + " pixels";
+    }
+    return {};
+}
+
+struct SurfaceFree
+{
+    void operator()(SDL_Surface* surface) const { SDL_FreeSurface(surface); }
+};
+using Surface = std::unique_ptr<SDL_Surface, SurfaceFree>;
+} // namespace
+
+bool readImage(const std::string& path, ImageBits& image, std::string& why)
+{
+    image = {};
+    why = checkHeader(path);
+    if (!why.empty())
+    {
+        return false;
+    }
+    Surface loaded(IMG_Load(path.c_str()));
+    if (!loaded)
+    {
+        why = IMG_GetError();
+        return false;
+    }
+    if (loaded->w <= 0 || loaded->h <= 0 || loaded->w > MAX_SIDE || loaded->h > MAX_SIDE)
+    {
+        why = "a picture of " + std::to_string(loaded->w) + "x" + std::to_string(loaded->h) +
+              " pixels";
+        return false;
+    }
+    image.width = loaded->w;
+    image.height = loaded->h;
+    image.bitsPerPixel = loaded->format->BitsPerPixel;
+    const bool alpha = image.bitsPerPixel == 32;
+    if (image.bitsPerPixel != 24 && !alpha)
+    {
+        return true; // the caller says what it wanted
+    }
+    Surface converted(SDL_ConvertSurfaceFormat(
+        loaded.get(), alpha ? SDL_PIXELFORMAT_BGRA32 : SDL_PIXELFORMAT_BGR24, 0));
+    if (!converted)
+    {
+        why = SDL_GetError();
+        return false;
+    }
+    const size_t pixelBytes = alpha ? 4 : 3;
+    const size_t rowBytes = (static_cast<size_t>(image.width) * pixelBytes + 3) / 4 * 4;
+    image.bytes.assign(rowBytes * static_cast<size_t>(image.height), 0);
+    const auto* pixels = static_cast<const uint8_t*>(converted->pixels);
+    for (int y = 0; y < image.height; ++y)
+    {
+        std::memcpy(&image.bytes[rowBytes * static_cast<size_t>(image.height - 1 - y)],
+                    pixels + static_cast<size_t>(converted->pitch) * static_cast<size_t>(y),
+                    static_cast<size_t>(image.width) * pixelBytes);
+    }
+    return true;
+}
