@@ -5,7 +5,6 @@
 
 #include <btBulletDynamicsCommon.h>
 
-#include <cassert>
 #include <cstring>
 #include <utility>
 
@@ -96,7 +95,10 @@ bool PhysicsContactReport::findStrike(const btPersistentManifold& manifold, bool
         const int triangle = levelFirst
                                  ? TriangleTree::triangleNumber(point.m_partId0, point.m_index0)
                                  : TriangleTree::triangleNumber(point.m_partId1, point.m_index1);
-        assert(triangle >= 0 && triangle < triangleCount);
+        if (triangle < 0 || triangle >= triangleCount)
+        {
+            continue; // not one of the level's triangles; nothing to paint
+        }
         const Vec3 face = faceNormal(vertices, triangle, towardsBall);
         const float fit =
             face.x * towardsBall.x() + face.y * towardsBall.y() + face.z * towardsBall.z();
