@@ -79,7 +79,17 @@ bool readImage(const std::string& path, ImageBits& image, std::string& why)
     {
         return false;
     }
-    Surface loaded(IMG_Load(path.c_str()));
+    // Our pictures are PNG and TGA; naming the decoder keeps every other one (SVG, XCF, ...)
+    // away from what the file says of itself.
+    const std::string extension = path.size() > 4 ? path.substr(path.size() - 4) : "";
+    const char* type = extension == ".png" ? "PNG" : extension == ".tga" ? "TGA" : nullptr;
+    SDL_RWops* file = SDL_RWFromFile(path.c_str(), "rb");
+    if (!file)
+    {
+        why = SDL_GetError();
+        return false;
+    }
+    Surface loaded(type ? IMG_LoadTyped_RW(file, 1, type) : IMG_Load_RW(file, 1));
     if (!loaded)
     {
         why = IMG_GetError();
