@@ -79,17 +79,17 @@ bool readImage(const std::string& path, ImageBits& image, std::string& why)
     {
         return false;
     }
-    // Our pictures are PNG and TGA; naming the decoder keeps every other one (SVG, XCF, ...)
-    // away from what the file says of itself.
-    const std::string extension = path.size() > 4 ? path.substr(path.size() - 4) : "";
-    const char* type = extension == ".png" ? "PNG" : extension == ".tga" ? "TGA" : nullptr;
+    // Our pictures are PNG and TGA. Their own decoders are called by name: the general loader
+    // would hand the bytes to whichever decoder (SVG, XCF, ...) they claim to be for.
+    const bool tga = path.size() > 4 && path.compare(path.size() - 4, 4, ".tga") == 0;
     SDL_RWops* file = SDL_RWFromFile(path.c_str(), "rb");
     if (!file)
     {
         why = SDL_GetError();
         return false;
     }
-    Surface loaded(type ? IMG_LoadTyped_RW(file, 1, type) : IMG_Load_RW(file, 1));
+    Surface loaded(tga ? IMG_LoadTGA_RW(file) : IMG_LoadPNG_RW(file));
+    SDL_RWclose(file);
     if (!loaded)
     {
         why = IMG_GetError();

@@ -14,8 +14,8 @@ struct ImageBits
     std::vector<uint8_t> bytes;
 };
 
-// Reads PATH (PNG, TGA, ... whatever SDL_image reads; the extension names the format where the
-// file itself cannot). Pictures of 24 and 32 bits per pixel come out as they are; other depths
-// (palettes, grey) report their depth in bitsPerPixel with no bytes, so the caller can refuse
-// them by name. False, with WHY, when the file cannot be read, is damaged or absurdly large.
+// Reads PATH: a TGA when its name ends in ".tga", else a PNG. Pictures of 24 and 32 bits per pixel
+// come out as they are; other depths (palettes, grey) report their depth in bitsPerPixel with no
+// bytes, so the caller can refuse them by name. False, with WHY, when the file cannot be read, is
+// damaged or absurdly large.
 bool readImage(const std::string& path, ImageBits& image, std::string& why);
