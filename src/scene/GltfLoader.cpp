@@ -8,8 +8,12 @@
 #define TINYGLTF_NO_EXTERNAL_IMAGE
 #include <tiny_gltf.h>
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -19,10 +23,11 @@
 
 namespace
 {
-const uint64_t MAX_FILE_BYTES = uint64_t(1) << 30; // a level or buffer file above 1 GiB is broken
-const uint64_t MAX_TRIANGLES = 50'000'000;         // keeps the arrays (~5 GB) and int32 counts sane
-const size_t MAX_NODE_DEPTH = 1000;                // deeper trees are hostile, not levels
-const int MODE_TRIANGLES = 4;                      // glTF primitive modes
+const uint64_t MAX_FILE_BYTES = uint64_t(1) << 30;   // a level or buffer file above 1 GiB is broken
+const uint64_t MAX_JSON_BYTES = uint64_t(128) << 20; // parsed JSON takes up to ~8x its text
+const uint64_t MAX_TRIANGLES = 50'000'000; // keeps the arrays (~5 GB) and int32 counts sane
+const size_t MAX_NODE_DEPTH = 1000;        // deeper trees are hostile, not levels
+const int MODE_TRIANGLES = 4;              // glTF primitive modes
 const int MODE_TRIANGLE_STRIP = 5;
 const int MODE_TRIANGLE_FAN = 6;
 
@@ -267,6 +272,50 @@ bool readCapped(std::vector<unsigned char>* out, std::string* err, const std::st
     return true;
 }
 
+// The level file mapped read-only: tinygltf copies the binary chunk out anyway, so reading the
+// file into a buffer first would copy the whole level twice.
+class MappedFile
+{
+public:
+    // False with the reason in ERROR for anything but a regular file of sane size.
+    bool open(const std::string& path, std::string& error)
+    {
+        const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        struct stat info;
+        if (fd < 0 || ::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))
+            error = "cannot open " + path;
+        else if (info.st_size == 0)
+            error = path + " is empty";
+        else if (static_cast<uint64_t>(info.st_size) > MAX_FILE_BYTES)
+            error = path + " is larger than 1 GiB";
+        else
+        {
+            void* at = ::mmap(nullptr, info.st_size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+            if (at == MAP_FAILED)
+                error = "cannot read " + path;
+            else
+            {
+                bytes_ = static_cast<const unsigned char*>(at);
+                size_ = static_cast<size_t>(info.st_size);
+            }
+        }
+        if (fd >= 0)
+            ::close(fd);
+        return bytes_ != nullptr;
+    }
+    ~MappedFile()
+    {
+        if (bytes_)
+            ::munmap(const_cast<unsigned char*>(bytes_), size_);
+    }
+    const unsigned char* data() const { return bytes_; }
+    size_t size() const { return size_; }
+
+private:
+    const unsigned char* bytes_ = nullptr;
+    size_t size_ = 0;
+};
+
 // Images are never needed for a level: accept them undecoded.
 bool skipImage(tinygltf::Image*, const int, std::string*, std::string*, int, int,
                const unsigned char*, int, void*)
@@ -294,9 +343,9 @@ bool GltfLoader::load(const std::string& path)
     path_ = path;
     error_.clear();
     std::printf("\n-------loading the scene\n");
-    std::vector<unsigned char> bytes;
+    MappedFile bytes;
     std::string err, warn;
-    if (!readCapped(&bytes, &err, path, nullptr))
+    if (!bytes.open(path, err))
     {
         error_ = err;
         std::printf("Reading File failed: %s\n", error_.c_str());
@@ -311,6 +360,16 @@ bool GltfLoader::load(const std::string& path)
     auto model = std::make_unique<tinygltf::Model>();
     const std::string dir = tinygltf::GetBaseDir(path);
     const bool binary = bytes.size() >= 4 && std::memcmp(bytes.data(), "glTF", 4) == 0;
+    uint32_t jsonBytes = static_cast<uint32_t>(std::min<uint64_t>(bytes.size(), UINT32_MAX));
+    if (binary && bytes.size() >= 16)
+        std::memcpy(&jsonBytes, bytes.data() + 12, 4); // the first chunk's length
+    if (jsonBytes > MAX_JSON_BYTES)
+    {
+        error_ =
+            path + ": the JSON part is larger than 128 MiB; keep the buffers in a .glb or .bin";
+        std::printf("Reading File failed: %s\n", error_.c_str());
+        return false;
+    }
     bool ok = false;
     try
     {
@@ -484,14 +543,15 @@ LevelMesh GltfLoader::convert()
             break;
         }
 
-        // normals go through the cofactor matrix: the inverse transpose up to a scale, defined
-        // even for a flattening transform; a mirroring one also turns the triangles round
+        // normals go through the cofactor matrix (cof[c * 3 + r] is row r, column c): the inverse
+        // transpose up to a scale, defined even for a flattening transform; a mirroring one also
+        // turns the triangles round
         const Mat4& m = draw.world;
         const double cof[9] = {
             m[5] * m[10] - m[6] * m[9], m[6] * m[8] - m[4] * m[10], m[4] * m[9] - m[5] * m[8],
             m[2] * m[9] - m[1] * m[10], m[0] * m[10] - m[2] * m[8], m[1] * m[8] - m[0] * m[9],
             m[1] * m[6] - m[2] * m[5],  m[2] * m[4] - m[0] * m[6],  m[0] * m[5] - m[1] * m[4]};
-        const double det = m[0] * cof[0] + m[4] * cof[1] + m[8] * cof[2];
+        const double det = m[0] * cof[0] + m[1] * cof[1] + m[2] * cof[2];
         const bool mirrored = det < 0;
 
         for (uint64_t t = 0; t < draw.triangles && error_.empty(); ++t)
@@ -509,21 +569,22 @@ LevelMesh GltfLoader::convert()
                              std::to_string(positions.count) + " positions";
                     break;
                 }
-                double p[3] = {component(positions, v, 0), component(positions, v, 1),
-                               component(positions, v, 2)};
+                float p[3]; // checked above: float x, y, z
+                std::memcpy(p, positions.first + v * positions.stride, sizeof p);
                 for (int r = 0; r < 3; ++r)
                     mesh.vertices[out * 4 + r] =
                         float(m[r] * p[0] + m[4 + r] * p[1] + m[8 + r] * p[2] + m[12 + r]);
                 mesh.vertices[out * 4 + 3] = 1.0f;
                 if (hasNormals)
                 {
+                    float stored[3];
+                    std::memcpy(stored, normals.first + v * normals.stride, sizeof stored);
                     double n[3], len = 0;
                     for (int r = 0; r < 3; ++r)
                     {
-                        n[r] = (cof[r * 3] * component(normals, v, 0) +
-                                cof[r * 3 + 1] * component(normals, v, 1) +
-                                cof[r * 3 + 2] * component(normals, v, 2)) *
-                               (mirrored ? -1 : 1);
+                        n[r] =
+                            (cof[r] * stored[0] + cof[3 + r] * stored[1] + cof[6 + r] * stored[2]) *
+                            (mirrored ? -1 : 1);
                         len += n[r] * n[r];
                     }
                     len = len > 0 ? std::sqrt(len) : 1;

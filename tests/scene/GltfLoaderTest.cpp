@@ -16,32 +16,42 @@
 
 namespace
 {
-// Four corners of a unit square in the XZ plane, then indices: two triangles, and a 4-corner strip.
+// Four corners of a unit square in the XZ plane, indices (two triangles, and a 4-corner strip),
+// then the corners' normals, all up.
 std::string squareBuffer()
 {
     const float positions[] = {0, 0, 0, 1, 0, 0, 1, 0, -1, 0, 0, -1};
     const uint16_t indices[] = {0, 1, 2, 0, 2, 3, 0, 1, 3, 2};
-    std::string bytes(reinterpret_cast<const char*>(positions), sizeof positions);
-    return bytes + std::string(reinterpret_cast<const char*>(indices), sizeof indices);
+    const float normals[] = {0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0};
+    return std::string(reinterpret_cast<const char*>(positions), sizeof positions) +
+           std::string(reinterpret_cast<const char*>(indices), sizeof indices) +
+           std::string(reinterpret_cast<const char*>(normals), sizeof normals);
 }
 
-// A scene of two nodes: a parent moved up 2 and doubled, holding the triangle list, and its
-// child turned into a strip; a point primitive to skip. FIELDS replace parts to break it.
+// A scene of two nodes: a parent moved up 2 and doubled, holding the triangle list (normals
+// computed) and a point primitive to skip; its child, turned a quarter about Z, holds the strip
+// with stored normals. FIELDS replace parts to break it.
 std::string squareJson(const std::string& uri, const std::string& replace = "",
                        const std::string& with = "")
 {
     std::string json = R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],
- "nodes":[{"mesh":0,"translation":[0,2,0],"scale":[2,2,2],"children":[1]},{"mesh":1}],
+ "nodes":[{"mesh":0,"translation":[0,2,0],"scale":[2,2,2],"children":[1]},{"mesh":1,"rotation":[0,0,0.70710678,0.70710678]}],
  "meshes":[{"primitives":[{"attributes":{"POSITION":0},"indices":1},
                           {"attributes":{"POSITION":0},"mode":0}]},
-           {"primitives":[{"attributes":{"POSITION":0},"indices":2,"mode":5}]}],
+           {"primitives":[{"attributes":{"POSITION":0,"NORMAL":3},"indices":2,"mode":5}]}],
  "accessors":[{"bufferView":0,"componentType":5126,"count":4,"type":"VEC3"},
               {"bufferView":1,"componentType":5123,"count":6,"type":"SCALAR"},
-              {"bufferView":1,"byteOffset":12,"componentType":5123,"count":4,"type":"SCALAR"}],
- "bufferViews":[{"buffer":0,"byteOffset":0,"byteLength":48},{"buffer":0,"byteOffset":48,"byteLength":20}],
- "buffers":[{"byteLength":68,"uri":"URI"}]})";
+              {"bufferView":1,"byteOffset":12,"componentType":5123,"count":4,"type":"SCALAR"},
+              {"bufferView":2,"componentType":5126,"count":4,"type":"VEC3"}],
+ "bufferViews":[{"buffer":0,"byteOffset":0,"byteLength":48},{"buffer":0,"byteOffset":48,"byteLength":20},
+                {"buffer":0,"byteOffset":68,"byteLength":48}],
+ "buffers":[{"byteLength":116,"uri":"URI"}]})";
     json.replace(json.find("URI"), 3, uri);
-    if (!replace.empty() && json.find(replace) != std::string::npos)
+    if (replace.empty())
+        return json;
+    if (json.find(replace) == std::string::npos)
+        ADD_FAILURE() << replace << " is not in the scene"; // a case that breaks nothing
+    else
         json.replace(json.find(replace), replace.size(), with);
     return json;
 }
@@ -120,7 +130,8 @@ TEST_F(GltfLoaderTest, ReadsTheNodeTreeFromEveryKindOfFile)
     // (the content decides), and as binary glTF.
     write("square.bin", squareBuffer());
     const std::string base64 = "AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAACAPwAAAAAAAIC/AAAAAAAAAAAAAIC/"
-                               "AAABAAIAAAACAAMAAAABAAMAAgA=";
+                               "AAABAAIAAAACAAMAAAABAAMAAgAA"
+                               "AAAAAACAPwAAAAAAAAAAAACAPwAAAAAAAAAAAACAPwAAAAAAAAAAAACAPwAAAAA=";
     for (const std::string& path :
          {write("square.gltf", squareJson("square.bin")),
           write("square.fbx",
@@ -131,14 +142,15 @@ TEST_F(GltfLoaderTest, ReadsTheNodeTreeFromEveryKindOfFile)
         const LevelMesh mesh = play(path, &error);
         ASSERT_EQ(mesh.vertexCount, 12) << path << ": " << error; // 2 list + 2 strip triangles
         const Triangles t = measure(mesh);
-        // the parent's transform reaches its child: everything at y 2, twice the size
-        EXPECT_FLOAT_EQ(t.lo[1], 2.0f);
-        EXPECT_FLOAT_EQ(t.hi[1], 2.0f);
-        EXPECT_FLOAT_EQ(t.hi[0], 2.0f);
+        // the parent's transform reaches its child: the floor at y 2, the turned strip a wall
+        // above it at x 0, both twice the size
+        EXPECT_NEAR(t.lo[1], 2.0f, 1e-5);
+        EXPECT_NEAR(t.hi[1], 4.0f, 1e-5);
+        EXPECT_NEAR(t.hi[0], 2.0f, 1e-5);
         EXPECT_NEAR(t.area, 8.0, 1e-5);
-        for (int32_t i = 0; i < mesh.vertexCount;
-             ++i) // computed face normals point up, strip included
-            EXPECT_FLOAT_EQ(mesh.normals[i * 3 + 1], 1.0f) << "vertex " << i;
+        // normals computed up on the floor, the stored ones turned with the wall
+        for (int32_t i = 0; i < mesh.vertexCount; ++i)
+            EXPECT_NEAR(mesh.normals[i * 3 + (i < 6 ? 1 : 0)], i < 6 ? 1.0f : -1.0f, 1e-5) << i;
     }
 }
 
@@ -159,7 +171,7 @@ TEST_F(GltfLoaderTest, RefusesBrokenFilesWithAReason)
         {"offset past the view",
          squareJson("square.bin", R"("byteOffset":12,)", R"("byteOffset":4000000000,)")},
         {"absurd count", squareJson("square.bin", R"("count":6,)", R"("count":4000000000,)")},
-        {"node cycle", squareJson("square.bin", R"({"mesh":1})", R"({"mesh":1,"children":[0]})")},
+        {"node cycle", squareJson("square.bin", R"({"mesh":1,)", R"({"mesh":1,"children":[0],)")},
         {"view past the buffer", squareJson("square.bin", R"("byteOffset":48,"byteLength":20)",
                                             R"("byteOffset":48,"byteLength":2000)")},
     };
