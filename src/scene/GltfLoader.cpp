@@ -26,8 +26,11 @@ namespace
 const uint64_t MAX_FILE_BYTES = uint64_t(1) << 30;   // a level or buffer file above 1 GiB is broken
 const uint64_t MAX_JSON_BYTES = uint64_t(128) << 20; // parsed JSON takes up to ~8x its text
 const uint64_t MAX_TRIANGLES = 50'000'000; // keeps the arrays (~5 GB) and int32 counts sane
-const size_t MAX_NODE_DEPTH = 1000;        // deeper trees are hostile, not levels
-const int MODE_TRIANGLES = 4;              // glTF primitive modes
+const uint64_t MIN_TRIANGLE_ALLOWANCE =
+    4'000'000;                      // any file may draw this many (~430 MB of arrays)
+const uint64_t MAX_REUSE = 64;      // past that, nodes drawing one mesh over and over are hostile
+const size_t MAX_NODE_DEPTH = 1000; // deeper trees are hostile, not levels
+const int MODE_TRIANGLES = 4;       // glTF primitive modes
 const int MODE_TRIANGLE_STRIP = 5;
 const int MODE_TRIANGLE_FAN = 6;
 
@@ -426,6 +429,12 @@ LevelMesh GltfLoader::convert()
     const std::vector<int>& roots = model.scenes[sceneIndex].nodes;
     for (auto it = roots.rbegin(); it != roots.rend(); ++it)
         stack.push_back({*it, identity(), 0});
+    // A small file can draw one mesh from many nodes: what it may draw grows with what it stores.
+    uint64_t stored = 0;
+    for (const tinygltf::Buffer& buffer : model.buffers)
+        stored += buffer.data.size();
+    const uint64_t allowed =
+        std::min(MAX_TRIANGLES, std::max(MIN_TRIANGLE_ALLOWANCE, MAX_REUSE * (stored / 3)));
     uint64_t triangles = 0;
     size_t meshes = 0, skipped = 0;
     while (!stack.empty() && error_.empty())
@@ -475,10 +484,10 @@ LevelMesh GltfLoader::convert()
                 }
                 const uint64_t count = triangleCount(mode, elements.count);
                 triangles += count;
-                if (triangles > MAX_TRIANGLES)
+                if (triangles > allowed)
                 {
-                    error_ =
-                        path_ + " has more than " + std::to_string(MAX_TRIANGLES) + " triangles";
+                    error_ = path_ + " draws more than " + std::to_string(allowed) +
+                             " triangles from " + std::to_string(stored) + " bytes of buffers";
                     break;
                 }
                 draws.push_back({&primitive, world, count});
