@@ -1,4 +1,4 @@
-// bench_fbx_load FILE
+// bench_fbx_load FILE.fbx [FILE.glb]
 //
 // Loads a binary FBX file five times with our reader (file read, parse, inflate, document),
 // with Assimp, and with libdeflate alone inflating the same compressed arrays into fresh
@@ -6,6 +6,10 @@
 // line is machine-readable:
 //   ours_ms=A assimp_ms=B inflate_ms=C
 // Targets: ours at least 3x faster than Assimp, at most 1.25x the inflate time.
+// Given the same level as binary glTF too, it times the game's glTF import (GltfLoader: read,
+// parse, convert) beside FbxLoader's and ends with
+//   glb_ms=A fbx_ms=B
+// Target: A <= B.
 
 #include <assimp/Importer.hpp>
 #include <assimp/scene.h>
@@ -24,6 +28,7 @@
 #include "fbx/Document.h"
 #include "fbx/Reader.h"
 #include "scene/FbxLoader.h"
+#include "scene/GltfLoader.h"
 
 namespace
 {
@@ -68,6 +73,21 @@ Timing median(const std::function<void()>& work, const std::function<void()>& af
     std::sort(wall.begin(), wall.end());
     std::sort(cpu.begin(), cpu.end());
     return {wall[RUNS / 2], cpu[RUNS / 2]};
+}
+
+// median() with standard output sent to /dev/null: the loaders print their reports.
+Timing silenced(const std::function<void()>& work, const std::function<void()>& after)
+{
+    std::fflush(stdout);
+    int saved = dup(1);
+    int null = open("/dev/null", O_WRONLY);
+    dup2(null, 1);
+    Timing timing = median(work, after);
+    std::fflush(stdout);
+    dup2(saved, 1);
+    close(null);
+    close(saved);
+    return timing;
 }
 
 struct CompressedArray
@@ -169,9 +189,9 @@ private:
 
 int main(int argc, char** argv)
 {
-    if (argc != 2)
+    if (argc != 2 && argc != 3)
     {
-        std::fprintf(stderr, "usage: bench_fbx_load FILE.fbx\n");
+        std::fprintf(stderr, "usage: bench_fbx_load FILE.fbx [FILE.glb]\n");
         return 2;
     }
     const std::string path = argv[1];
@@ -253,26 +273,15 @@ int main(int argc, char** argv)
                           [&] { tree.reset(); });
 
     // The game's whole import (FbxLoader: load and convert to float arrays), report silenced.
-    Timing loaderTime;
-    {
-        std::fflush(stdout);
-        int saved = dup(1);
-        int null = open("/dev/null", O_WRONLY);
-        dup2(null, 1);
-        std::unique_ptr<FbxLoader> loader;
-        loaderTime = median(
-            [&]
-            {
-                loader = std::make_unique<FbxLoader>();
-                loader->load(path);
-                loader->convertNodes();
-            },
-            [&] { loader.reset(); });
-        std::fflush(stdout);
-        dup2(saved, 1);
-        close(null);
-        close(saved);
-    }
+    std::unique_ptr<FbxLoader> loader;
+    Timing loaderTime = silenced(
+        [&]
+        {
+            loader = std::make_unique<FbxLoader>();
+            (void)loader->load(path);
+            loader->convertNodes();
+        },
+        [&] { loader.reset(); });
 
     // Assimp, reading only (no post-processing: the file is already triangulated).
     bool assimpOk = true;
@@ -301,5 +310,29 @@ int main(int argc, char** argv)
                 serial.wallMs / inflate.wallMs, assimp.wallMs / serial.wallMs);
     std::printf("ours_ms=%.1f assimp_ms=%.1f inflate_ms=%.1f\n", ours.wallMs, assimp.wallMs,
                 inflate.wallMs);
+    if (argc == 2)
+        return 0;
+
+    // The same level as binary glTF, through the game's glTF import.
+    const std::string glb = argv[2];
+    int32_t glbVertices = 0;
+    std::unique_ptr<GltfLoader> gltf;
+    Timing gltfTime = silenced(
+        [&]
+        {
+            gltf = std::make_unique<GltfLoader>();
+            glbVertices = gltf->load(glb) ? gltf->convert().vertexCount : 0;
+        },
+        [&] { gltf.reset(); });
+    if (glbVertices == 0)
+    {
+        std::fprintf(stderr, "bench_fbx_load: no triangles from %s\n", glb.c_str());
+        return 1;
+    }
+    std::printf("glTF import of %s (%d triangles), wall ms %.1f, cpu ms %.1f; FbxLoader import "
+                "wall ms %.1f, cpu ms %.1f\n",
+                glb.c_str(), glbVertices / 3, gltfTime.wallMs, gltfTime.cpuMs, loaderTime.wallMs,
+                loaderTime.cpuMs);
+    std::printf("glb_ms=%.1f fbx_ms=%.1f\n", gltfTime.wallMs, loaderTime.wallMs);
     return 0;
 }

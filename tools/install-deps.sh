@@ -7,6 +7,7 @@ PACKAGES=(
     build-essential cmake pkg-config
     libsdl2-dev libsdl2-mixer-dev libglew-dev libsdl2-image-dev libbullet-dev libdeflate-dev
     libgl1-mesa-dev libgl1-mesa-dri libx11-dev
+    libtinygltf-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev libbenchmark-dev libassimp-dev assimp-testmodels
     xvfb xauth xdotool imagemagick
     file lintian desktop-file-utils appstream

@@ -75,10 +75,11 @@ CommandLine parseCommandLine(int argc, const char* const* argv)
 
 void printUsage(std::FILE* out)
 {
-    std::fprintf(out, "Usage: blotch [LEVEL.fbx]\n"
+    std::fprintf(out, "Usage: blotch [LEVEL]\n"
                       "       blotch --help | --version\n"
                       "\n"
-                      "  LEVEL.fbx   play this level file instead of the shipped one\n"
+                      "  LEVEL       play this level file (.fbx, .glb or .gltf) instead of the\n"
+                      "              shipped one\n"
                       "  -h, --help  show the keys and where the game looks for its data\n"
                       "  --version   show the version\n");
 }

@@ -32,7 +32,7 @@ enum class GameState
 // One step of building a match and how long it took.
 struct BuildStage
 {
-    const char* name; // "fbx read", "gl upload", ...
+    const char* name; // "level read", "gl upload", ...
     double ms;        // wall time
 };
 

@@ -47,11 +47,11 @@ Match::~Match()
 bool Match::buildLevel()
 {
     source->read(levelFile);
-    stageDone("fbx read");
+    stageDone("level read");
     LevelMesh mesh = source->takeMesh();
     std::printf("%d\n", mesh.vertexCount);
     std::fflush(stdout);
-    stageDone("fbx convert");
+    stageDone("level convert");
 
     auto built = std::make_unique<Level>();
     built->setMesh(std::move(mesh.vertices), std::move(mesh.normals), std::move(mesh.uvs),

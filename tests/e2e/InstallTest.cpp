@@ -126,13 +126,33 @@ TEST_F(InstallTest, PlaysTheLevelFileGivenOnTheCommandLine)
     EXPECT_EQ(missing.waitExit(10.0), 0);
 }
 
+TEST_F(InstallTest, PlaysAGltfLevelGivenOnTheCommandLine)
+{
+    const std::string data = "BLOTCH_DATA=" + std::string(BLOTCH_SOURCE_DIR) + "/data";
+    GameProcess game(GameProcess::Data::None);
+    game.setCommand(BLOTCH_BINARY, {std::string(BLOTCH_SOURCE_DIR) + "/data/gltf/level.glb"});
+    ASSERT_TRUE(game.start({data})) << game.errorText();
+    ASSERT_TRUE(game.waitForError(STARTED, GameProcess::START_SECONDS)) << game.errorText();
+    ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS)) << game.errorText();
+    // The glTF report's triangle count, and the game's vertex count line: three per triangle.
+    const std::string out = game.outputText();
+    const size_t report = out.find(" triangles\n");
+    ASSERT_NE(report, std::string::npos) << out;
+    const long triangles = std::stol(out.substr(out.rfind(' ', report - 1) + 1));
+    EXPECT_GT(triangles, 1000);
+    EXPECT_NE(out.find("\n" + std::to_string(3 * triangles) + "\n"), std::string::npos) << out;
+    EXPECT_EQ(game.errorText().find("[ERROR]"), std::string::npos) << game.errorText();
+    game.key("Escape");
+    EXPECT_EQ(game.waitExit(10.0), 0);
+}
+
 TEST(CommandLineTest, HelpVersionAMisuseAndMissingDataAnswerWithoutAWindow)
 {
     const std::string game = BLOTCH_BINARY;
     int status = -1;
     const std::string help = runCommand(game + " --help", &status);
     EXPECT_EQ(status, 0);
-    for (const char* part : {"Usage: blotch [LEVEL.fbx]", "throw a paint ball", "Escape",
+    for (const char* part : {"Usage: blotch [LEVEL]", "throw a paint ball", "Escape",
                              "$BLOTCH_DATA", "(in the working directory)"})
     {
         EXPECT_NE(help.find(part), std::string::npos) << part << " not in:\n" << help;

@@ -1,7 +1,10 @@
-"""Builds Blotch's level and writes it to data/fbx/level.fbx with Blender's FBX exporter.
+"""Builds Blotch's level and writes it to data/fbx/level.fbx with Blender's FBX exporter and to
+data/gltf/level.glb with its glTF exporter.
 
 Run headless from the repository root:
-    blender -b --factory-startup --python tools/level/build_level.py [-- OUTPUT.fbx]
+    blender -b --factory-startup --python tools/level/build_level.py [-- OUTPUT.fbx|OUTPUT.glb]
+
+With an output given, only that file is written: `-- data/gltf/level.glb` leaves the FBX alone.
 
 Everything below is laid out in GAME coordinates: metres, Y up, the player starts at
 (2, 5, 3) looking along -Z ("north" in the comments), so +X is east and +Z is south.
@@ -22,7 +25,8 @@ from mathutils import Matrix, Vector, geometry
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(os.path.dirname(HERE))
-DEFAULT_OUTPUT = os.path.join(REPO, "data", "fbx", "level.fbx")
+DEFAULT_OUTPUTS = [os.path.join(REPO, "data", "fbx", "level.fbx"),
+                   os.path.join(REPO, "data", "gltf", "level.glb")]
 sys.path.insert(0, HERE)
 import fbx_raw  # noqa: E402  (needs the path above)
 
@@ -463,6 +467,25 @@ def _stable_hash(key):
     return int.from_bytes(hashlib.sha1(repr(key).encode()).digest()[:8], "little", signed=True)
 
 
+def export_glb(level, path):
+    """Writes LEVEL as binary glTF; the exporter turns Blender's Z up into glTF's Y up."""
+    level.data.transform(GAME_TO_BLENDER)
+    level.matrix_world = Matrix.Identity(4)
+    bpy.ops.object.select_all(action='DESELECT')
+    level.select_set(True)
+    bpy.context.view_layer.objects.active = level
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    result = bpy.ops.export_scene.gltf(
+        filepath=path, export_format='GLB', use_selection=True, export_yup=True,
+        export_apply=False, export_normals=True, export_texcoords=True, export_tangents=False,
+        export_materials='NONE', export_colors=False, export_cameras=False, export_lights=False,
+        export_extras=False, export_animations=False, export_skins=False, export_morph=False)
+    if result != {'FINISHED'}:
+        raise RuntimeError("glTF export failed: %s" % result)
+    # Back to game coordinates, so another export can follow.
+    level.data.transform(GAME_TO_BLENDER.inverted())
+
+
 def export(level, path):
     # The exporter derives object ids from Python's hash(), which is salted per process for
     # strings, so every run would write different ids.  Give its module a stable hash instead:
@@ -520,15 +543,16 @@ def verify(path, expected_lo, expected_hi):
     return mesh
 
 
-def output_path():
+def output_paths():
     args = sys.argv[sys.argv.index("--") + 1:] if "--" in sys.argv else []
-    if len(args) > 1 or (args and not args[0].lower().endswith(".fbx")):
-        raise SystemExit("usage: blender -b --factory-startup --python %s [-- OUTPUT.fbx]" % __file__)
-    return os.path.abspath(args[0]) if args else DEFAULT_OUTPUT
+    if len(args) > 1 or (args and not args[0].lower().endswith((".fbx", ".glb"))):
+        raise SystemExit("usage: blender -b --factory-startup --python %s [-- OUTPUT.fbx|OUTPUT.glb]"
+                         % __file__)
+    return [os.path.abspath(args[0])] if args else DEFAULT_OUTPUTS
 
 
 def main():
-    path = output_path()
+    paths = output_paths()
     clear_scene()
     build_floors()
     build_north()
@@ -538,6 +562,14 @@ def main():
     level = join_parts()
     lo = [min(v.co[i] for v in level.data.vertices) for i in range(3)]
     hi = [max(v.co[i] for v in level.data.vertices) for i in range(3)]
+    glb = [p for p in paths if p.lower().endswith(".glb")]
+    if glb:
+        export_glb(level, glb[0])
+        print("level written to %s" % glb[0])
+    fbx = [p for p in paths if p.lower().endswith(".fbx")]
+    if not fbx:
+        return
+    path = fbx[0]
     export(level, path)
     mesh = verify(path, lo, hi)
     floor = fbx_raw.floor_below(mesh.triangles(), START[0], 10.0, START[1])

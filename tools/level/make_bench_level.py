@@ -1,6 +1,6 @@
-"""Writes a large level-like FBX (about a million triangles) for the loader benchmark.
+"""Writes a large level-like FBX or binary glTF (about a million triangles) for the loader benchmark.
 
-    blender -b --factory-startup --python tools/level/make_bench_level.py -- OUTPUT.fbx [TRIANGLES]
+    blender -b --factory-startup --python tools/level/make_bench_level.py -- OUTPUT.fbx|OUTPUT.glb [TRIANGLES]
 
 A rolling terrain grid, written by Blender's exporter with the same settings as the real level
 (binary 7.4, one triangulated mesh in world-space Y-up metres, per-corner normals, one UV
@@ -27,7 +27,7 @@ FLOOR, START = build_level.FLOOR, build_level.START
 
 
 def usage(msg):
-    raise SystemExit("%s\nusage: blender -b --factory-startup --python %s -- OUTPUT.fbx [TRIANGLES]"
+    raise SystemExit("%s\nusage: blender -b --factory-startup --python %s -- OUTPUT.fbx|OUTPUT.glb [TRIANGLES]"
                      % (msg, os.path.basename(__file__)))
 
 
@@ -36,8 +36,8 @@ def parse_args():
     if not args or len(args) > 2:
         usage("need an output path")
     path = os.path.abspath(args[0])
-    if not path.lower().endswith(".fbx"):
-        usage("output must end in .fbx: %s" % args[0])
+    if not path.lower().endswith((".fbx", ".glb")):
+        usage("output must end in .fbx or .glb: %s" % args[0])
     triangles = DEFAULT_TRIANGLES
     if len(args) == 2:
         try:
@@ -105,6 +105,11 @@ def main():
     lo = [min(v.co[i] for v in me.vertices) for i in range(3)]
     hi = [max(v.co[i] for v in me.vertices) for i in range(3)]
     t1 = time.time()
+    if path.lower().endswith(".glb"):
+        build_level.export_glb(ob, path)
+        print("bench level written to %s, %d triangles, %d bytes, export %.1f s"
+              % (path, len(me.polygons), os.path.getsize(path), time.time() - t1))
+        return
     build_level.export(ob, path)
     t2 = time.time()
     mesh = build_level.verify(path, lo, hi)
