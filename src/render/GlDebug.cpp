@@ -8,6 +8,9 @@
 
 namespace
 {
+// What the driver reported, for tests that must see none: the callback has no place of its own.
+int errorsSeen = 0;
+
 void GLAPIENTRY report(GLenum source, GLenum type, GLuint, GLenum, GLsizei, const GLchar* message,
                        const void*)
 {
@@ -16,6 +19,7 @@ void GLAPIENTRY report(GLenum source, GLenum type, GLuint, GLenum, GLsizei, cons
     if (type == GL_DEBUG_TYPE_ERROR && source != GL_DEBUG_SOURCE_SHADER_COMPILER)
     {
         std::fprintf(stderr, "[GL] %s\n", message);
+        ++errorsSeen;
     }
 }
 } // namespace
@@ -27,6 +31,11 @@ bool requested()
 {
     const char* value = std::getenv("BLOTCH_GL_DEBUG");
     return value && std::strcmp(value, "1") == 0;
+}
+
+int errorCount()
+{
+    return errorsSeen;
 }
 
 bool install()

@@ -11,4 +11,6 @@ bool requested();
 // Prints the driver's error messages from now on, as they happen. Needs a current GL context;
 // false when the driver has no debug output (KHR_debug).
 bool install();
+// How many errors have been printed so far.
+int errorCount();
 } // namespace gldebug

@@ -1,9 +1,5 @@
 // End-to-end: the game installed and run from elsewhere, and its command line.
-#include "FbxTestSupport.h"
-#include "support/GameProcess.h"
-#include "support/Image.h"
-
-#include <gtest/gtest.h>
+#include "E2eTest.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -31,35 +27,21 @@ int greyLevels(const Image& image)
     return static_cast<int>(greys.size());
 }
 
-// A level in the form other tools export: a small decoy, then the floor the player stands on,
-// a 10 x 20 m quad at y = 3 around the start. Only the last mesh is played.
+// A level in the form other tools export: a small decoy, then the floor the player stands on.
+// Only the last mesh is played.
 std::string twoMeshLevel()
 {
     fbxtest::AsciiMesh decoy;
     decoy.name = "decoy";
     decoy.vertices = {50, 0, 50, 51, 0, 50, 50, 0, 51};
     decoy.polygonVertices = {0, 1, -3};
-    fbxtest::AsciiMesh floor;
-    floor.name = "floor";
-    floor.vertices = {-3, 3, -7, -3, 3, 13, 7, 3, 13, 7, 3, -7};
-    floor.polygonVertices = {0, 1, 2, -4};
-    return fbxtest::asciiFile({decoy, floor});
+    return fbxtest::asciiFile({decoy, smallFloor()});
 }
 
-class InstallTest : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        if (!std::getenv("DISPLAY"))
-        {
-            GTEST_SKIP() << "no X display";
-        }
-    }
-};
+using E2eInstall = E2eTest;
 } // namespace
 
-TEST_F(InstallTest, TheInstalledGamePlaysFromAnyWorkingDirectory)
+TEST_F(E2eInstall, TheInstalledGamePlaysFromAnyWorkingDirectory)
 {
     char pattern[] = "/tmp/blotch-install-XXXXXX";
     const std::string destdir = mkdtemp(pattern);
@@ -93,7 +75,7 @@ TEST_F(InstallTest, TheInstalledGamePlaysFromAnyWorkingDirectory)
     fs::remove_all(destdir);
 }
 
-TEST_F(InstallTest, PlaysTheLevelFileGivenOnTheCommandLine)
+TEST_F(E2eInstall, PlaysTheLevelFileGivenOnTheCommandLine)
 {
     // The data through BLOTCH_DATA, the level relative to the working directory.
     const std::string data = "BLOTCH_DATA=" + std::string(BLOTCH_SOURCE_DIR) + "/data";
@@ -126,7 +108,7 @@ TEST_F(InstallTest, PlaysTheLevelFileGivenOnTheCommandLine)
     EXPECT_EQ(missing.waitExit(10.0), 0);
 }
 
-TEST_F(InstallTest, PlaysAGltfLevelGivenOnTheCommandLine)
+TEST_F(E2eInstall, PlaysAGltfLevelGivenOnTheCommandLine)
 {
     const std::string data = "BLOTCH_DATA=" + std::string(BLOTCH_SOURCE_DIR) + "/data";
     GameProcess game(GameProcess::Data::None);
@@ -146,7 +128,7 @@ TEST_F(InstallTest, PlaysAGltfLevelGivenOnTheCommandLine)
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
 
-TEST(CommandLineTest, HelpVersionAMisuseAndMissingDataAnswerWithoutAWindow)
+TEST(E2eCommandLine, HelpVersionAMisuseAndMissingDataAnswerWithoutAWindow)
 {
     const std::string game = BLOTCH_BINARY;
     int status = -1;

@@ -1,14 +1,11 @@
 // End-to-end: starting a match shows the level lit, then flat white; the camera answers the
 // mouse and the keys.
-#include "support/GameProcess.h"
-#include "support/Image.h"
+#include "E2eTest.h"
 
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
-#include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <set>
 
 namespace
@@ -78,23 +75,16 @@ bool isFlat(const Tones& t)
     return t.greys < 8 && t.white > 0.3 && t.white + t.black > 0.97;
 }
 
-class LevelTest : public ::testing::Test
+class E2eLevel : public E2eTest
 {
 protected:
     void SetUp() override
     {
-        if (!std::getenv("DISPLAY"))
+        E2eTest::SetUp();
+        if (!IsSkipped())
         {
-            GTEST_SKIP() << "no X display";
+            ASSERT_TRUE(game.launch()) << game.errorText();
         }
-        ASSERT_TRUE(game.launch()) << game.errorText();
-    }
-
-    std::string shot(const std::string& name)
-    {
-        const std::string path = game.workDir() + "/" + name + ".png";
-        EXPECT_TRUE(game.screenshot(path));
-        return path;
     }
 
     // Takes pictures until one satisfies WANTED; returns its path, or "" after SECONDS.
@@ -103,7 +93,7 @@ protected:
     {
         for (double waited = 0; waited < seconds; waited += 0.2)
         {
-            const std::string path = shot(name);
+            const std::string path = shot(game, name);
             const Tones t = tones(worldView(loadImage(path)));
             if (wanted(t))
             {
@@ -122,7 +112,7 @@ protected:
 };
 } // namespace
 
-TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
+TEST_F(E2eLevel, ReturnImportsTheLevelShowsItLitThenFlatWhite)
 {
     ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS));
     const std::string lit = waitForPicture("lit", isShaded, 2.4);
@@ -178,16 +168,16 @@ TEST_F(LevelTest, ReturnImportsTheLevelShowsItLitThenFlatWhite)
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
 
-TEST_F(LevelTest, TheViewTurnsWithTheMouseAndWalksWithTheKeys)
+TEST_F(E2eLevel, TheViewTurnsWithTheMouseAndWalksWithTheKeys)
 {
     ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS));
     ASSERT_FALSE(waitForPicture("lit", isShaded, 2.0).empty());
     ASSERT_FALSE(waitForPicture("start", isFlat, 6.0).empty());
-    const Image start = worldView(loadImage(shot("start")));
+    const Image start = worldView(loadImage(shot(game, "start")));
 
     game.mouseMoveRelative(25, 0);
     game.waitExit(0.5);
-    const Image turned = worldView(loadImage(shot("turned")));
+    const Image turned = worldView(loadImage(shot(game, "turned")));
     EXPECT_GT(countDifferent(start, turned, 16), 1024 * 768 / 50)
         << "the mouse did not turn the view";
 
@@ -195,11 +185,13 @@ TEST_F(LevelTest, TheViewTurnsWithTheMouseAndWalksWithTheKeys)
     // a few frames.
     runCommand("xdotool keydown r; sleep 0.4; xdotool keyup r");
     game.waitExit(0.5);
-    EXPECT_LT(countDifferent(start, worldView(loadImage(shot("reset"))), 16), 1024 * 768 / 200);
+    EXPECT_LT(countDifferent(start, worldView(loadImage(shot(game, "reset"))), 16),
+              1024 * 768 / 200);
 
     runCommand("xdotool keydown w; sleep 0.6; xdotool keyup w");
     game.waitExit(0.3);
-    EXPECT_GT(countDifferent(start, worldView(loadImage(shot("walked"))), 16), 1024 * 768 / 100)
+    EXPECT_GT(countDifferent(start, worldView(loadImage(shot(game, "walked"))), 16),
+              1024 * 768 / 100)
         << "holding W did not move the view";
 
     game.key("Escape");

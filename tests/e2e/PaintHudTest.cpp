@@ -1,14 +1,9 @@
 // End-to-end: paint on the flat white level, the shape of a splat on a wall, the overlay, and
 // the "loading..." message.
-#include "FbxTestSupport.h"
-#include "support/GameProcess.h"
-#include "support/Image.h"
-
-#include <gtest/gtest.h>
+#include "E2eTest.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <regex>
 
 namespace
@@ -30,22 +25,10 @@ int paintOf(const uint8_t* p)
     return -1;
 }
 
-int paintedPixels(const Image& image)
-{
-    int n = 0;
-    for (int y = 0; y < image.height; ++y)
-    {
-        for (int x = 0; x < image.width; ++x)
-        {
-            n += paintOf(image.pixel(x, y)) >= 0;
-        }
-    }
-    return n;
-}
-
-// The box around every painted pixel.
+// The painted pixels and the box around them.
 struct PaintBox
 {
+    int count = 0;
     int x0 = 1 << 20, y0 = 1 << 20, x1 = -1, y1 = -1;
     int width() const { return x1 - x0 + 1; }
     int height() const { return y1 - y0 + 1; }
@@ -60,7 +43,7 @@ PaintBox paintBox(const Image& image)
         {
             if (paintOf(image.pixel(x, y)) >= 0)
             {
-                box = {std::min(box.x0, x), std::min(box.y0, y), std::max(box.x1, x),
+                box = {box.count + 1, std::min(box.x0, x), std::min(box.y0, y), std::max(box.x1, x),
                        std::max(box.y1, y)};
             }
         }
@@ -80,38 +63,24 @@ std::string wallOnTheLeft()
     return fbxtest::asciiFile({level});
 }
 
-class PaintHudTest : public ::testing::Test
+class E2ePaintHud : public E2eTest
 {
 protected:
-    PaintHudTest() : game(GameProcess::Data::Copy) {}
-
-    void SetUp() override
-    {
-        if (!std::getenv("DISPLAY"))
-        {
-            GTEST_SKIP() << "no X display";
-        }
-    }
+    E2ePaintHud() : game(GameProcess::Data::Copy) {}
 
     void start() { ASSERT_TRUE(game.launch()) << game.errorText(); }
-
-    Image shot(const std::string& name)
-    {
-        const std::string path = game.workDir() + "/" + name + ".png";
-        EXPECT_TRUE(game.screenshot(path));
-        return loadImage(path);
-    }
+    Image shot(const std::string& name) { return loadImage(::shot(game, name)); }
 
     GameProcess game;
 };
 } // namespace
 
-TEST_F(PaintHudTest, ThrownBallsLeaveSplatsInTheirColoursOnTheWhiteLevel)
+TEST_F(E2ePaintHud, ThrownBallsLeaveSplatsInTheirColoursOnTheWhiteLevel)
 {
     start();
     ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS));
     game.waitExit(3.5); // past the lit start: only paint has colour now
-    EXPECT_EQ(paintedPixels(worldView(shot("before"))), 0);
+    EXPECT_EQ(paintBox(worldView(shot("before"))).count, 0);
 
     for (int i = 0; i < 6; ++i)
     {
@@ -123,7 +92,7 @@ TEST_F(PaintHudTest, ThrownBallsLeaveSplatsInTheirColoursOnTheWhiteLevel)
     for (int i = 0; i < 30 && painted <= 2000; ++i) // balls take a moment to land
     {
         game.waitExit(0.25);
-        painted = paintedPixels(worldView(shot("after")));
+        painted = paintBox(worldView(shot("after"))).count;
     }
     EXPECT_GT(painted, 2000) << "no splats to be seen";
     EXPECT_EQ(game.outputText().find("FMOD error"), std::string::npos) << "the splash failed";
@@ -132,7 +101,7 @@ TEST_F(PaintHudTest, ThrownBallsLeaveSplatsInTheirColoursOnTheWhiteLevel)
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
 
-TEST_F(PaintHudTest, ASplatOnAWallFacingXIsAboutAsTallAsItIsWide)
+TEST_F(E2ePaintHud, ASplatOnAWallFacingXIsAboutAsTallAsItIsWide)
 {
     game.writeData("fbx/level.fbx", wallOnTheLeft());
     start();
@@ -172,7 +141,7 @@ TEST_F(PaintHudTest, ASplatOnAWallFacingXIsAboutAsTallAsItIsWide)
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
 
-TEST_F(PaintHudTest, TheOverlayShowsTheNextColourTheFrameRateAndTheHelpRow)
+TEST_F(E2ePaintHud, TheOverlayShowsTheNextColourTheFrameRateAndTheHelpRow)
 {
     start();
     ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS));
@@ -239,7 +208,7 @@ TEST_F(PaintHudTest, TheOverlayShowsTheNextColourTheFrameRateAndTheHelpRow)
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
 
-TEST_F(PaintHudTest, LoadingIsShownWhileTheMatchIsBuilt)
+TEST_F(E2ePaintHud, LoadingIsShownWhileTheMatchIsBuilt)
 {
     // A big floor makes the build take long enough to look at the loading frame.
     fbxtest::AsciiMesh floor;

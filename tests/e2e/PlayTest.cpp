@@ -1,52 +1,14 @@
 // End-to-end: playing a match on a small hand-made level: standing still, throwing, falling off.
-#include "FbxTestSupport.h"
-#include "support/GameProcess.h"
-#include "support/Image.h"
+#include "E2eTest.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <regex>
 
 namespace
 {
-
-// A 10 x 20 m floor at y = 3 around the start (2, 3): its far edge is 10 m ahead.
-std::string smallFloor()
-{
-    fbxtest::AsciiMesh floor;
-    floor.name = "floor";
-    floor.vertices = {-3, 3, -7, -3, 3, 13, 7, 3, 13, 7, 3, -7};
-    floor.polygonVertices = {0, 1, 2, -4};
-    return fbxtest::asciiFile({floor});
-}
-
-// The start picture stretched as the menu quad shows it.
-Image expectedMenu(const std::string& picture)
-{
-    const Image stretched =
-        resized(loadImage(std::string(BLOTCH_SOURCE_DIR) + "/data/textures/" + picture + ".png"),
-                1024, 772);
-    Image visible;
-    visible.width = 1024;
-    visible.height = 768;
-    visible.rgb.assign(stretched.rgb.begin() + 2 * 1024 * 3,
-                       stretched.rgb.begin() + 770 * 1024 * 3);
-    return visible;
-}
-
-class PlayTest : public ::testing::Test
+class E2ePlay : public E2eTest
 {
 protected:
-    PlayTest() : game(GameProcess::Data::Copy) {}
-
-    void SetUp() override
-    {
-        if (!std::getenv("DISPLAY"))
-        {
-            GTEST_SKIP() << "no X display";
-        }
-    }
+    E2ePlay() : game(GameProcess::Data::Copy) {}
 
     void startMatch()
     {
@@ -54,28 +16,21 @@ protected:
         ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS));
     }
 
-    std::string shot(const std::string& name)
-    {
-        const std::string path = game.workDir() + "/" + name + ".png";
-        EXPECT_TRUE(game.screenshot(path));
-        return path;
-    }
-
     GameProcess game;
 };
 } // namespace
 
-TEST_F(PlayTest, StandsStillThrowsAndFallsOffTheEdge)
+TEST_F(E2ePlay, StandsStillThrowsAndFallsOffTheEdge)
 {
-    game.writeData("fbx/level.fbx", smallFloor());
+    game.writeData("fbx/level.fbx", fbxtest::asciiFile({smallFloor()}));
     startMatch();
     EXPECT_NE(game.errorText().find("[LOADED] Physics SDK!"), std::string::npos);
 
     // Past the lit start the picture must not change while nothing is pressed.
     game.waitExit(3.5);
-    const Image first = worldView(loadImage(shot("still1")));
+    const Image first = worldView(loadImage(shot(game, "still1")));
     game.waitExit(1.0);
-    const Image second = worldView(loadImage(shot("still2")));
+    const Image second = worldView(loadImage(shot(game, "still2")));
     EXPECT_LT(countDifferent(first, second, 8), 50) << "the view drifted with nothing pressed";
 
     const size_t before = game.errorText().size();
@@ -90,7 +45,7 @@ TEST_F(PlayTest, StandsStillThrowsAndFallsOffTheEdge)
     double difference = 1e9;
     for (int i = 0; i < 20 && difference > 6.0; ++i)
     {
-        difference = meanDifference(loadImage(shot("end")), end);
+        difference = meanDifference(loadImage(shot(game, "end")), end);
         game.waitExit(0.25);
     }
     EXPECT_LT(difference, 6.0) << "the end picture did not show after walking off the level";
@@ -100,9 +55,9 @@ TEST_F(PlayTest, StandsStillThrowsAndFallsOffTheEdge)
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
 
-TEST_F(PlayTest, ACorruptLevelIsReportedAndEscapeStillQuits)
+TEST_F(E2ePlay, ACorruptLevelIsReportedAndEscapeStillQuits)
 {
-    std::string bytes = smallFloor();
+    std::string bytes = fbxtest::asciiFile({smallFloor()});
     bytes.resize(bytes.size() / 2);
     game.writeData("fbx/level.fbx", bytes);
     startMatch();
@@ -113,9 +68,9 @@ TEST_F(PlayTest, ACorruptLevelIsReportedAndEscapeStillQuits)
 
 // Every graphics switch on and off again while paint flies: the game runs with GL errors
 // reported (and the harness fails on any), so each drawing path must be a legal one.
-TEST_F(PlayTest, EverySwitchDrawsWithoutAGlError)
+TEST_F(E2ePlay, EverySwitchDrawsWithoutAGlError)
 {
-    game.writeData("fbx/level.fbx", smallFloor());
+    game.writeData("fbx/level.fbx", fbxtest::asciiFile({smallFloor()}));
     startMatch();
     game.click(1);
     ASSERT_TRUE(game.waitForError(")\n", 5.0));

@@ -57,7 +57,7 @@ double peak(const std::vector<double>& w, size_t from, size_t to)
 }
 } // namespace
 
-TEST(Sound, TheMusicPlaysAndAThrowAndItsSplashRiseAboveIt)
+TEST(E2eSound, TheMusicPlaysAndAThrowAndItsSplashRiseAboveIt)
 {
     if (!std::getenv("DISPLAY"))
     {

@@ -1,10 +1,5 @@
 // End-to-end: the real binary on the X display, driven by real key events.
-#include "support/GameProcess.h"
-#include "support/Image.h"
-
-#include <gtest/gtest.h>
-
-#include <cstdlib>
+#include "E2eTest.h"
 
 namespace
 {
@@ -14,21 +9,6 @@ const char* const FAILED = "Could not initialize Blotch - MAJOR PROBLEM";
 std::string shotPath(const GameProcess& game, const std::string& name)
 {
     return game.workDir() + "/" + name + ".png";
-}
-
-// What the window should show for a menu picture: the quad reaches two units past the top and
-// bottom screen edges, so the picture is stretched to 772 rows and its middle 768 are visible.
-Image expectedMenu(const std::string& picture)
-{
-    const Image stretched =
-        resized(loadImage(std::string(BLOTCH_SOURCE_DIR) + "/data/textures/" + picture + ".png"),
-                1024, 772);
-    Image visible;
-    visible.width = 1024;
-    visible.height = 768;
-    visible.rgb.assign(stretched.rgb.begin() + 2 * 1024 * 3,
-                       stretched.rgb.begin() + 770 * 1024 * 3);
-    return visible;
 }
 
 // Waits until the window shows something close to EXPECTED (the first frames may be black).
@@ -50,25 +30,10 @@ bool waitForPicture(GameProcess& game, const Image& expected, const std::string&
     return false;
 }
 
-bool displayAvailable()
-{
-    return std::getenv("DISPLAY") != nullptr;
-}
+using E2eStartup = E2eTest;
 } // namespace
 
-class StartupTest : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        if (!displayAvailable())
-        {
-            GTEST_SKIP() << "no X display";
-        }
-    }
-};
-
-TEST_F(StartupTest, ShowsTheMenuAndAnswersEveryFunctionKey)
+TEST_F(E2eStartup, ShowsTheMenuAndAnswersEveryFunctionKey)
 {
     GameProcess game;
     ASSERT_TRUE(game.start());
@@ -113,7 +78,7 @@ TEST_F(StartupTest, ShowsTheMenuAndAnswersEveryFunctionKey)
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
 
-TEST_F(StartupTest, ClosingTheWindowQuitsCleanly)
+TEST_F(E2eStartup, ClosingTheWindowQuitsCleanly)
 {
     GameProcess game;
     ASSERT_TRUE(game.start());
@@ -123,7 +88,7 @@ TEST_F(StartupTest, ClosingTheWindowQuitsCleanly)
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
 
-TEST_F(StartupTest, WithoutADisplayItSaysSoAndExitsWithZero)
+TEST_F(E2eStartup, WithoutADisplayItSaysSoAndExitsWithZero)
 {
     GameProcess game;
     ASSERT_TRUE(game.start({"DISPLAY=:4711"}));
@@ -133,7 +98,7 @@ TEST_F(StartupTest, WithoutADisplayItSaysSoAndExitsWithZero)
     EXPECT_EQ(err.find(STARTED), std::string::npos);
 }
 
-TEST_F(StartupTest, WithoutAGl32ContextItSaysSoAndExitsWithZero)
+TEST_F(E2eStartup, WithoutAGl32ContextItSaysSoAndExitsWithZero)
 {
     GameProcess game;
     // Mesa then offers nothing newer than 3.1, so the 3.2 context cannot be made.
@@ -144,7 +109,7 @@ TEST_F(StartupTest, WithoutAGl32ContextItSaysSoAndExitsWithZero)
     EXPECT_EQ(err.find(STARTED), std::string::npos);
 }
 
-TEST_F(StartupTest, BrokenShadersAndAMissingMenuPictureDoNotStopTheGame)
+TEST_F(E2eStartup, BrokenShadersAndAMissingMenuPictureDoNotStopTheGame)
 {
     GameProcess game(GameProcess::Data::Copy);
     game.removeData("shader/hud.frag");

@@ -99,11 +99,11 @@ void crossCheck(const std::string& path)
 
 } // namespace
 
-TEST(FbxAssimpCrossCheck, SamplesAndTheLevelGiveAssimpsTriangles)
+TEST(FbxLoader, SamplesAndTheLevelGiveAssimpsTriangles)
 {
     // Assimp reads neither 6.1 files ("unsupported, old format version"), nor big-endian ones,
     // nor leaf records with a zero end offset; those are checked against their twins instead
-    // (FbxReader.TwinFilesGiveTheSameDocument).
+    // (FbxDocument.TwinFilesGiveTheSameDocument).
     if (haveSamples())
         for (const char* name :
              {"blender_279_default_7400_binary.fbx", "max_geometry_transform_7700_binary.fbx",
@@ -122,7 +122,7 @@ TEST(FbxAssimpCrossCheck, SamplesAndTheLevelGiveAssimpsTriangles)
 // Levels made by others: every FBX model of Debian's assimp-testmodels that Assimp reads gives
 // Assimp's triangles for its last mesh, and one it refuses is refused by us too, with a reason.
 // (The test command runs this under AddressSanitizer as well.)
-TEST(FbxAssimpCrossCheck, AssimpTestModelsGiveAssimpsTriangles)
+TEST(FbxLoader, AssimpTestModelsGiveAssimpsTriangles)
 {
     const std::filesystem::path models = "/usr/share/assimp/models/FBX";
     if (!std::filesystem::is_directory(models))

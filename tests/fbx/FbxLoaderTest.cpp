@@ -29,11 +29,6 @@ std::string text(const float* array, size_t count)
     return s.str();
 }
 
-bool contains(const std::string& haystack, const std::string& needle)
-{
-    return haystack.find(needle) != std::string::npos;
-}
-
 // The whole import in the game's call order; returns everything it printed.
 std::string import(FbxLoader& loader, const std::string& path)
 {
@@ -116,23 +111,6 @@ TEST(FbxLoader, WhichUvsAreStored)
     }
 }
 
-TEST(FbxLoader, TheLastMeshNodeLeavesItsArrays)
-{
-    AsciiMesh floor{"floor", {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0}, {0, 1, -3, 0, 2, -4}, "", ""};
-    AsciiMesh ledge{"ledge", {5, 5, 5, 6, 5, 5, 5, 6, 5}, {0, 1, -3}, "", ""};
-    std::string file = asciiFile({floor, ledge});
-    // And first of all a Model without an attribute object.
-    file.replace(file.find("Objects:  {\n") + 12, 0,
-                 "\tModel: 5, \"Model::empty\", \"Null\" {\n\t}\n");
-    file.replace(file.find("Connections:  {\n") + 16, 0, "\tC: \"OO\",5,0\n");
-    FbxLoader loader;
-    std::string report = importText(loader, file);
-    EXPECT_TRUE(contains(report, "\nempty\nfloor\nledge\n"));
-    EXPECT_TRUE(contains(report, "NULL Node Attribute\n\n    Geometric Transformations\n"));
-    ASSERT_EQ(loader.vertexCount, 3);
-    EXPECT_EQ(text(loader.vertices.get(), 12), "5 5 5 1 6 5 5 1 5 6 5 1");
-}
-
 TEST(FbxLoader, PolygonsAreFanned)
 {
     // A pentagon, a line, a point, a triangle: corners (0, k, k + 1); fewer than three skipped.
@@ -148,25 +126,12 @@ TEST(FbxLoader, PolygonsAreFanned)
     for (int c = 0; c < 12; ++c)
         for (int i = 0; i < 3; ++i)
             EXPECT_EQ(loader.vertices[c * 4 + i], float(m.vertices[corners[c] * 3 + i])) << c;
-
-    SKIP_WITHOUT_SAMPLES();
-    FbxLoader cube;
-    import(cube, samplePath("maya_cube_7400_binary.fbx"));
-    ASSERT_EQ(cube.vertexCount, 36); // six quads, two triangles each
-    // The first quad is 0, 1, 3, 2: triangles (0, 1, 3) and (0, 3, 2).
-    EXPECT_EQ(text(cube.vertices.get(), 24), "-0.5 -0.5 0.5 1 0.5 -0.5 0.5 1 0.5 0.5 0.5 1 "
-                                             "-0.5 -0.5 0.5 1 0.5 0.5 0.5 1 -0.5 0.5 0.5 1");
-    // Per-corner values come from the file's polygon vertex of that corner: the top face
-    // (the second quad) has normal (0, 1, 0) at its corners, UVs from UVIndex 2, 3, 5, 4.
-    EXPECT_EQ(text(cube.normals.get() + 18, 18), "0 1 0 0 1 0 0 1 0 0 1 0 0 1 0 0 1 0");
-    EXPECT_EQ(text(cube.uvs.get() + 12, 12),
-              "0.375 0.25 0.625 0.25 0.625 0.5 0.375 0.25 0.625 0.5 0.375 0.5");
 }
 
 TEST(FbxLoader, FailedImportsSayWhyAndLeaveNothing)
 {
     const std::string missing = "/nonexistent/level.fbx";
-    std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
         {"", // no file at all
          {"Reading File failed: cannot open " + missing + ": No such file or directory\n",
           "\nFBX version number for file " + missing + " is 0.0.0\n\n",
@@ -174,21 +139,16 @@ TEST(FbxLoader, FailedImportsSayWhyAndLeaveNothing)
         {"this is not an FBX file",
          {"Reading File succeeded\n", "File Format not recognized: at byte 0: not an FBX file"}},
     };
-    if (haveSamples())
-    {
-        std::vector<uint8_t> cube = readBytes(samplePath("maya_cube_7400_binary.fbx"));
-        cases.push_back({std::string(cube.begin(), cube.begin() + cube.size() / 2),
-                         {"Reading File succeeded\n", "File Format recognized\n", " at byte "}});
-    }
     for (const auto& [file, lines] : cases)
     {
         FbxLoader loader;
         std::string report = file.empty() ? import(loader, missing) : importText(loader, file);
         for (const std::string& line : lines)
-            EXPECT_TRUE(contains(report, line)) << line << "\nin:\n" << report;
+            EXPECT_NE(report.find(line), std::string::npos) << line << "\nin:\n" << report;
         EXPECT_NE(loader.error(), "");
-        EXPECT_TRUE(contains(report, "Importing File failed: " + loader.error() + "\n"));
-        EXPECT_FALSE(contains(report, "Node is a"));
+        EXPECT_NE(report.find("Importing File failed: " + loader.error() + "\n"),
+                  std::string::npos);
+        EXPECT_EQ(report.find("Node is a"), std::string::npos);
         EXPECT_EQ(loader.vertexCount, 0);
         EXPECT_TRUE(!loader.vertices && !loader.normals && !loader.uvs);
     }

@@ -1,11 +1,7 @@
 // The FBX reader against real files written by Maya, MotionBuilder, 3ds Max and Blender,
 // and against small files made here to break it.
 
-#include <algorithm>
-#include <cmath>
-#include <fstream>
 #include <random>
-#include <regex>
 #include <sstream>
 
 #include "FbxTestSupport.h"
@@ -80,7 +76,7 @@ std::string describe(const Document& d, bool all)
 
 } // namespace
 
-TEST(FbxReader, TwinFilesGiveTheSameDocument)
+TEST(FbxDocument, TwinFilesGiveTheSameDocument)
 {
     SKIP_WITHOUT_SAMPLES();
     // The same scene, or with `records` even the same record tree.
@@ -105,42 +101,9 @@ TEST(FbxReader, TwinFilesGiveTheSameDocument)
               describe(loadSample("maya_cube_7400_ascii.fbx").value(), false));
 }
 
-TEST(FbxReader, PositionsMatchTheObjExports)
-{
-    SKIP_WITHOUT_SAMPLES();
-    // Blender wrote its OBJ Y-up from its Z-up scene: OBJ (x, y, z) is FBX (x, z, -y).
-    const std::tuple<const char*, const char*, bool> files[] = {
-        {"maya_cube_7400_binary.fbx", "maya_cube.obj", false},
-        {"blender_279_default_7400_binary.fbx", "blender_279_default.obj", true},
-        {"blender_279_default_6100_ascii.fbx", "blender_279_default.obj", true},
-    };
-    for (const auto& [fbxName, objName, zUp] : files)
-    {
-        std::optional<Document> doc = loadSample(fbxName);
-        ASSERT_TRUE(doc && doc->meshes().size() == 1) << fbxName;
-        const ArrayRef<double>& points = doc->meshes()[0].controlPoints;
-        std::vector<std::array<double, 3>> obj; // the "v x y z" lines
-        std::ifstream in(samplePath(objName));
-        for (std::string tag; in >> tag; in.ignore(1 << 20, '\n'))
-            if (tag == "v")
-                in >> obj.emplace_back()[0] >> obj.back()[1] >> obj.back()[2];
-        ASSERT_EQ(points.size(), obj.size() * 3) << fbxName;
-        for (size_t i = 0; i < points.size(); i += 3)
-        {
-            const std::array<double, 3> p{points[i], points[i + (zUp ? 2 : 1)],
-                                          zUp ? -points[i + 1] : points[i + 2]};
-            double nearest = 1;
-            for (const std::array<double, 3>& o : obj)
-                nearest = std::min(nearest, std::abs(o[0] - p[0]) + std::abs(o[1] - p[1]) +
-                                                std::abs(o[2] - p[2]));
-            EXPECT_LT(nearest, 1e-5) << fbxName << " point " << i / 3;
-        }
-    }
-}
-
 // Hostile or broken files: each is an error naming the record and the byte, and none may
 // allocate what its sizes claim before checking them.
-TEST(FbxReader, MalformedFilesAreErrorsNamingTheRecord)
+TEST(FbxDocument, MalformedFilesAreErrorsNamingTheRecord)
 {
     auto array = [](size_t count, bool compress, int64_t declared)
     {
@@ -215,7 +178,7 @@ TEST(FbxReader, MalformedFilesAreErrorsNamingTheRecord)
     }
 }
 
-TEST(FbxReader, ParallelInflationGivesTheSameTreeAndErrors)
+TEST(FbxDocument, ParallelInflationGivesTheSameTreeAndErrors)
 {
     ParseOptions sequential;
     ParseOptions parallel;

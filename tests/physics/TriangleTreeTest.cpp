@@ -1,26 +1,21 @@
 #include "physics/TriangleTree.h"
-#include "scene/FbxLoader.h"
-
-#include <gtest/gtest.h>
+#include "scene/Level.h"
+#include "support/Fixtures.h"
+#include "support/TestLevel.h"
 
 #include <algorithm>
-#include <string>
 #include <vector>
 
 // The tree over the shipped level, which is big enough to be built on two threads, loses no
 // triangle and keeps the level's numbering (paint and collision rely on it): the box around
 // triangle i finds triangle i.
-TEST(TriangleTree, FindsEveryTriangleUnderItsOwnNumber)
+TEST_ON(RegistryTest, TriangleTree, FindsEveryTriangleUnderItsOwnNumber)
 {
-    testing::internal::CaptureStdout();
-    FbxLoader loader;
-    loader.load(std::string(BLOTCH_SOURCE_DIR) + "/data/fbx/level.fbx");
-    loader.convertNodes();
-    testing::internal::GetCapturedStdout();
-    const int triangles = loader.vertexCount / 3;
+    const auto level = shippedLevel();
+    const int triangles = level->getVertexCount() / 3;
     ASSERT_GT(triangles, 10000);
-    const float* vertices = loader.vertices.get();
-    const TriangleTree tree(vertices, loader.vertexCount);
+    const float* vertices = level->getVertices();
+    const TriangleTree tree(vertices, level->getVertexCount());
 
     std::vector<int> found;
     for (int t = 0; t < triangles; ++t)

@@ -1,9 +1,6 @@
 #include "render/FontManager.h"
+#include "support/Fixtures.h"
 
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <regex>
 #include <sstream>
@@ -18,11 +15,9 @@ Font parse(const std::string& text)
     return font;
 }
 
-std::string shipped(const char* name)
+std::string shipped(const std::string& name)
 {
-    std::ifstream in(std::string(BLOTCH_SOURCE_DIR) + "/data/fonts/" + name + ".fnt",
-                     std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    return readFile(sourceFile("data/fonts/" + name + ".fnt"));
 }
 
 // 'A' and 'V' with the pair A-V pulled 3 together; 'B' has no pairs.
@@ -43,7 +38,7 @@ float width(const Font& font, const std::string& text)
 }
 } // namespace
 
-TEST(FontReaderTest, ReadsFieldsTheWayTheGameAlwaysHas)
+TEST(Font, ReadsFieldsTheWayTheGameAlwaysHas)
 {
     // lineHeight lands in scaleH, and the page height listed after it wins.
     const Font c = parse("common lineHeight=32 base=26 scaleW=256 scaleH=128 pages=1\n");
@@ -74,14 +69,14 @@ TEST(FontReaderTest, ReadsFieldsTheWayTheGameAlwaysHas)
         Font{});
 }
 
-TEST(FontReaderTest, CrLfAndUnterminatedFilesReadLikeLfFiles)
+TEST(Font, CrLfAndUnterminatedFilesReadLikeLfFiles)
 {
     const std::string lf = shipped("bankgothic-black-small");
     EXPECT_TRUE(parse(lf) == parse(std::regex_replace(lf, std::regex("\n"), "\r\n")));
     EXPECT_TRUE(parse(lf) == parse(lf.substr(0, lf.size() - 1)));
 }
 
-TEST(FontReaderTest, DamagedDescriptorsNeverBreakTheReader)
+TEST(Font, DamagedDescriptorsNeverBreakTheReader)
 {
     std::mt19937 random(20240611);
     for (const char* name : {"bankgothic-black", "bankgothic-black-small"})
@@ -101,7 +96,7 @@ TEST(FontReaderTest, DamagedDescriptorsNeverBreakTheReader)
     }
 }
 
-TEST(TextLayoutTest, KerningMovesTheRestAndHighBytesAreSkipped)
+TEST(Font, KerningMovesTheRestAndHighBytesAreSkipped)
 {
     const Font font = testFont();
     const auto plain = layoutText(font, "BVB", nullptr);

@@ -1,36 +1,20 @@
 #include "scene/Frustum.h"
+#include "support/Fixtures.h"
 
-#include <gtest/gtest.h>
-
-namespace
+TEST_ON(RegistryTest, Frustum, IdentityMatricesSeeTheUnitCube)
 {
-class FrustumTest : public ::testing::Test
-{
-protected:
-    void TearDown() override { Frustum::destroy(); }
-
-    // The game's camera: 45 degrees, 4:3, looking down -z from the origin.
-    Frustum& camera()
-    {
-        Frustum& f = Frustum::instance();
-        f.update(math::perspective(45.0f, 4.0f / 3.0f, 0.1f, 200.0f), math::identity());
-        return f;
-    }
-};
-} // namespace
-
-TEST_F(FrustumTest, IdentityMatricesSeeTheUnitCube)
-{
-    Frustum& f = Frustum::instance();
+    const Frustum& f = Frustum::instance();
     EXPECT_TRUE(f.isVisible(Bounds::fromMinMax({-0.5f, -0.5f, -0.5f}, {0.5f, 0.5f, 0.5f})));
     EXPECT_FALSE(f.isVisible(Bounds::fromMinMax({4.5f, -0.5f, -0.5f}, {5.5f, 0.5f, 0.5f})));
     // Corners exactly on a plane are not beyond it.
     EXPECT_TRUE(f.isVisible(Bounds::fromMinMax({1.0f, -0.5f, -0.5f}, {1.0f, 0.5f, 0.5f})));
 }
 
-TEST_F(FrustumTest, BoxesBehindOrBesideTheCameraAreCulled)
+TEST_ON(RegistryTest, Frustum, BoxesBehindOrBesideTheCameraAreCulled)
 {
-    Frustum& f = camera();
+    // The game's camera: 45 degrees, 4:3, looking down -z from the origin.
+    Frustum& f = Frustum::instance();
+    f.update(math::perspective(45.0f, 4.0f / 3.0f, 0.1f, 200.0f), math::identity());
     EXPECT_TRUE(f.isVisible(Bounds::fromMinMax({-1, -1, -11}, {1, 1, -9})));
     EXPECT_FALSE(f.isVisible(Bounds::fromMinMax({-1, -1, 9}, {1, 1, 11}))) << "behind";
     EXPECT_FALSE(f.isVisible(Bounds::fromMinMax({40, -1, -11}, {42, 1, -9}))) << "far right";

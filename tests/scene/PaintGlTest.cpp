@@ -1,9 +1,9 @@
 #include "core/Settings.h"
 #include "render/ShaderManager.h"
 #include "render/TextureManager.h"
+#include "scene/Frustum.h"
 #include "scene/Paint.h"
-#include "sound/SoundManager.h"
-#include "support/GlContext.h"
+#include "support/Fixtures.h"
 
 #include <GL/glew.h>
 #include <gtest/gtest.h>
@@ -88,139 +88,98 @@ GLuint compile(GLenum type, const char* source)
     return shader;
 }
 
-class PaintGlTest : public ::testing::Test
+// The camera at the origin looking down -z, for the shaders and the view frustum.
+Mat4 lookAhead()
 {
-protected:
-    void SetUp() override
+    const Mat4 perspective = math::perspective(45.0f, 4.0f / 3.0f, 0.1f, 200.0f);
+    Frustum::instance().update(perspective, math::identity());
+    ShaderManager::instance().setMatrices(math::identity(), perspective, math::identity());
+    return perspective;
+}
+
+// The state the level draws its paint in.
+void paintState()
+{
+    glEnable(GL_DEPTH_TEST);
+    glEnable(GL_CULL_FACE);
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+    glEnable(GL_POLYGON_OFFSET_FILL);
+    glPolygonOffset(-4.5f, -4.5f);
+    glDepthMask(GL_FALSE);
+}
+
+std::vector<uint8_t> readPixels()
+{
+    std::vector<uint8_t> pixels(size_t(OffscreenTarget::WIDTH) * OffscreenTarget::HEIGHT * 4);
+    glReadPixels(0, 0, OffscreenTarget::WIDTH, OffscreenTarget::HEIGHT, GL_RGBA, GL_UNSIGNED_BYTE,
+                 pixels.data());
+    return pixels;
+}
+
+// The splats of SPLATS (made into PAINT in that order) drawn one fan per polygon, culled and
+// filtered as the batches are.
+void drawFans(const Paint& paint, const std::vector<Splat>& splats, const Mat4& perspective)
+{
+    const GLuint program = glCreateProgram();
+    const GLuint vs = compile(GL_VERTEX_SHADER, FAN_VERTEX);
+    const GLuint fs = compile(GL_FRAGMENT_SHADER, FAN_FRAGMENT);
+    glAttachShader(program, vs);
+    glAttachShader(program, fs);
+    glBindAttribLocation(program, 1, "texcoord");
+    glLinkProgram(program);
+    glUseProgram(program);
+    const Mat4 identity = math::identity();
+    glUniformMatrix4fv(glGetUniformLocation(program, "perspective"), 1, GL_FALSE,
+                       perspective.data());
+    glUniformMatrix4fv(glGetUniformLocation(program, "view"), 1, GL_FALSE, identity.data());
+    glUniform1i(glGetUniformLocation(program, "tex"), 0);
+    glUniform1i(glGetUniformLocation(program, "trans"),
+                Settings::instance().getBool("transparency") ? 0 : 1);
+    const int mipmap = Settings::instance().getInt("texture-mipmap");
+    glActiveTexture(GL_TEXTURE0);
+    for (size_t d = 0; d < splats.size(); ++d)
     {
-        if (!gl.ok())
+        const Decal& decal = paint[d];
+        if (Settings::instance().getBool("frustum") &&
+            !Frustum::instance().isVisible(decal.getBounds()))
         {
-            GTEST_SKIP() << "no GL 3.2 context: " << gl.error();
+            continue;
         }
-        setenv("SDL_AUDIODRIVER", "no-such-audio-driver", 1);
-        Settings::instance().defineDefaults();
-        testing::internal::CaptureStderr();
-        ShaderManager::instance();
-        testing::internal::GetCapturedStderr();
-        // The camera at the origin looking down -z.
-        perspective = math::perspective(45.0f, 4.0f / 3.0f, 0.1f, 200.0f);
-        Frustum::instance().update(perspective, math::identity());
-        ShaderManager::instance().setMatrices(math::identity(), perspective, math::identity());
-        glGenQueries(1, &query);
-    }
-    void TearDown() override
-    {
-        if (gl.ok())
+        glBindTexture(GL_TEXTURE_2D, TextureManager::instance().get(
+                                         "paint0" + std::to_string(decal.getTextureIndex() + 1)));
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, mipmap == 2 ? GL_LINEAR : GL_NEAREST);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER,
+                        mipmap == 2 ? GL_LINEAR_MIPMAP_LINEAR : GL_NEAREST);
+        glUniform4fv(glGetUniformLocation(program, "color"), 1, &splats[d].color.x);
+        for (const DecalPolygon& p : splats[d].polygons)
         {
-            glDeleteQueries(1, &query);
-        }
-        Frustum::destroy();
-        ShaderManager::destroy();
-        TextureManager::destroy();
-        SoundManager::destroy();
-        Settings::destroy();
-        unsetenv("SDL_AUDIODRIVER");
-    }
-
-    // The state the level draws its paint in.
-    static void paintState()
-    {
-        glEnable(GL_DEPTH_TEST);
-        glEnable(GL_CULL_FACE);
-        glEnable(GL_BLEND);
-        glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
-        glEnable(GL_POLYGON_OFFSET_FILL);
-        glPolygonOffset(-4.5f, -4.5f);
-        glDepthMask(GL_FALSE);
-    }
-
-    static std::vector<uint8_t> readPixels()
-    {
-        std::vector<uint8_t> pixels(size_t(OffscreenTarget::WIDTH) * OffscreenTarget::HEIGHT * 4);
-        glReadPixels(0, 0, OffscreenTarget::WIDTH, OffscreenTarget::HEIGHT, GL_RGBA,
-                     GL_UNSIGNED_BYTE, pixels.data());
-        return pixels;
-    }
-
-    // The splats of SPLATS (made into PAINT in that order) drawn one fan per polygon, culled and
-    // filtered as the batches are.
-    void drawFans(const Paint& paint, const std::vector<Splat>& splats)
-    {
-        const GLuint program = glCreateProgram();
-        const GLuint vs = compile(GL_VERTEX_SHADER, FAN_VERTEX);
-        const GLuint fs = compile(GL_FRAGMENT_SHADER, FAN_FRAGMENT);
-        glAttachShader(program, vs);
-        glAttachShader(program, fs);
-        glBindAttribLocation(program, 1, "texcoord");
-        glLinkProgram(program);
-        glUseProgram(program);
-        const Mat4 identity = math::identity();
-        glUniformMatrix4fv(glGetUniformLocation(program, "perspective"), 1, GL_FALSE,
-                           perspective.data());
-        glUniformMatrix4fv(glGetUniformLocation(program, "view"), 1, GL_FALSE, identity.data());
-        glUniform1i(glGetUniformLocation(program, "tex"), 0);
-        glUniform1i(glGetUniformLocation(program, "trans"),
-                    Settings::instance().getBool("transparency") ? 0 : 1);
-        const int mipmap = Settings::instance().getInt("texture-mipmap");
-        glActiveTexture(GL_TEXTURE0);
-        for (size_t d = 0; d < splats.size(); ++d)
-        {
-            const Decal& decal = paint[d];
-            if (Settings::instance().getBool("frustum") &&
-                !Frustum::instance().isVisible(decal.getBounds()))
+            std::vector<float> positions, uvs;
+            for (const DecalVertex& c : p)
             {
-                continue;
+                positions.insert(positions.end(), {c.x, c.y, c.z, 1.0f});
+                uvs.insert(uvs.end(), {c.u, c.v});
             }
-            glBindTexture(GL_TEXTURE_2D,
-                          TextureManager::instance().get(
-                              "paint0" + std::to_string(decal.getTextureIndex() + 1)));
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER,
-                            mipmap == 2 ? GL_LINEAR : GL_NEAREST);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER,
-                            mipmap == 2 ? GL_LINEAR_MIPMAP_LINEAR : GL_NEAREST);
-            glUniform4fv(glGetUniformLocation(program, "color"), 1, &splats[d].color.x);
-            for (const DecalPolygon& p : splats[d].polygons)
-            {
-                std::vector<float> positions, uvs;
-                for (const DecalVertex& c : p)
-                {
-                    positions.insert(positions.end(), {c.x, c.y, c.z, 1.0f});
-                    uvs.insert(uvs.end(), {c.u, c.v});
-                }
-                glEnableVertexAttribArray(0);
-                glEnableVertexAttribArray(1);
-                glVertexAttribPointer(0, 4, GL_FLOAT, GL_FALSE, 0, positions.data());
-                glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, 0, uvs.data());
-                glDrawArrays(GL_TRIANGLE_FAN, 0, static_cast<GLsizei>(p.size()));
-            }
+            glEnableVertexAttribArray(0);
+            glEnableVertexAttribArray(1);
+            glVertexAttribPointer(0, 4, GL_FLOAT, GL_FALSE, 0, positions.data());
+            glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, 0, uvs.data());
+            glDrawArrays(GL_TRIANGLE_FAN, 0, static_cast<GLsizei>(p.size()));
         }
-        glDisableVertexAttribArray(0);
-        glDisableVertexAttribArray(1);
-        glBindTexture(GL_TEXTURE_2D, 0);
-        glUseProgram(0);
-        glDeleteProgram(program);
-        glDeleteShader(vs);
-        glDeleteShader(fs);
     }
-
-    GLuint trianglesDrawn(Paint& paint)
-    {
-        glBeginQuery(GL_PRIMITIVES_GENERATED, query);
-        paint.draw();
-        glEndQuery(GL_PRIMITIVES_GENERATED);
-        GLuint count = 0;
-        glGetQueryObjectuiv(query, GL_QUERY_RESULT, &count);
-        return count;
-    }
-
-    GlContext gl;
-    Mat4 perspective;
-    GLuint query = 0;
-};
+    glDisableVertexAttribArray(0);
+    glDisableVertexAttribArray(1);
+    glBindTexture(GL_TEXTURE_2D, 0);
+    glUseProgram(0);
+    glDeleteProgram(program);
+    glDeleteShader(vs);
+    glDeleteShader(fs);
+}
 } // namespace
 
-TEST_F(PaintGlTest, BatchesDrawThePictureThatOneFanPerPolygonDrew)
+GL_TEST(Paint, BatchesDrawThePictureThatOneFanPerPolygonDrew)
 {
+    const Mat4 perspective = lookAhead();
     // Overlapping splats of every picture in a few colours, some translucent, cut into polygons
     // of 3 to 9 corners; some share corners, one lies on two planes, one faces away and one is
     // behind the camera.
@@ -286,7 +245,7 @@ TEST_F(PaintGlTest, BatchesDrawThePictureThatOneFanPerPolygonDrew)
                 paintState();
                 if (way == 0)
                 {
-                    drawFans(paint, splats);
+                    drawFans(paint, splats, perspective);
                     fans = readPixels();
                 }
                 else
@@ -315,8 +274,9 @@ TEST_F(PaintGlTest, BatchesDrawThePictureThatOneFanPerPolygonDrew)
     EXPECT_EQ(paint.batchCount(), 1u);
 }
 
-TEST_F(PaintGlTest, SplatsOutOfSightCostNothing)
+GL_TEST(Paint, SplatsOutOfSightCostNothing)
 {
+    lookAhead();
     Paint paint;
     // Facing the camera, but behind it.
     const std::list<DecalPolygon> behind{polygon({0, 0, 10}, 1, 4, 0, {0, 0, 10}, true),
@@ -331,20 +291,21 @@ TEST_F(PaintGlTest, SplatsOutOfSightCostNothing)
     GLint before = 0;
     ShaderManager::instance().use("unicolor");
     glGetIntegerv(GL_CURRENT_PROGRAM, &before);
-    EXPECT_EQ(trianglesDrawn(paint), 0u) << "behind the camera, or seen from behind";
+    EXPECT_EQ(trianglesDrawn([&] { paint.draw(); }), 0u)
+        << "behind the camera, or seen from behind";
     GLint after = 0;
     glGetIntegerv(GL_CURRENT_PROGRAM, &after);
     EXPECT_EQ(after, before) << "paint with nothing in view must not change the bound program";
 
     Settings::instance().toggle("frustum"); // culling off: drawn even where it cannot be seen
-    EXPECT_EQ(trianglesDrawn(paint), 4u);
+    EXPECT_EQ(trianglesDrawn([&] { paint.draw(); }), 4u);
     glDisable(GL_CULL_FACE); // without face culling the back of a splat shows
-    EXPECT_EQ(trianglesDrawn(paint), 7u);
+    EXPECT_EQ(trianglesDrawn([&] { paint.draw(); }), 7u);
     glEnable(GL_CULL_FACE);
 
     paint.add(ahead, boundsOf(ahead), {1, 0, 0, 1});
     Settings::instance().toggle("frustum");
-    EXPECT_EQ(trianglesDrawn(paint), 3u);
+    EXPECT_EQ(trianglesDrawn([&] { paint.draw(); }), 3u);
     GLint program = -1;
     glGetIntegerv(GL_CURRENT_PROGRAM, &program);
     EXPECT_EQ(program, 0) << "paint leaves no program bound";

@@ -1,4 +1,5 @@
 #include "support/GameProcess.h"
+#include "support/Fixtures.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
 #include <thread>
 #include <utility>
 
@@ -24,14 +24,6 @@ namespace fs = std::filesystem;
 
 namespace
 {
-std::string readFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 void pause(double seconds)
 {
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
@@ -41,6 +33,19 @@ double now()
 {
     using namespace std::chrono;
     return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+// Asks DONE every STEP seconds until it says yes (true) or SECONDS have passed (false).
+template <typename Done> bool waitUntil(double seconds, Done done, double step = 0.05)
+{
+    for (const double end = now() + seconds; !done(); pause(step))
+    {
+        if (now() >= end)
+        {
+            return false;
+        }
+    }
+    return true;
 }
 } // namespace
 
@@ -193,12 +198,7 @@ bool GameProcess::running()
 
 std::optional<int> GameProcess::waitExit(double seconds)
 {
-    const double end = now() + seconds;
-    while (running() && now() < end)
-    {
-        pause(0.05);
-    }
-    running();
+    waitUntil(seconds, [this] { return !running(); });
     return exitStatus;
 }
 
@@ -215,16 +215,7 @@ void GameProcess::kill()
 
 bool GameProcess::waitForError(const std::string& text, double seconds)
 {
-    const double end = now() + seconds;
-    do
-    {
-        if (errorText().find(text) != std::string::npos)
-        {
-            return true;
-        }
-        pause(0.05);
-    } while (now() < end);
-    return false;
+    return waitUntil(seconds, [&] { return errorText().find(text) != std::string::npos; });
 }
 
 bool GameProcess::startMatch(double seconds)
@@ -244,17 +235,14 @@ bool GameProcess::startMatch(double seconds)
 bool GameProcess::waitForMatch(double seconds)
 {
     static const std::regex countLine("\n[0-9]+\n");
-    const double end = now() + seconds;
-    while (now() < end && running())
+    if (!waitUntil(seconds,
+                   [&] { return !running() || std::regex_search(outputText(), countLine); }) ||
+        !running())
     {
-        if (std::regex_search(outputText(), countLine))
-        {
-            pause(0.5);
-            return true;
-        }
-        pause(0.05);
+        return false;
     }
-    return false;
+    pause(0.5);
+    return true;
 }
 
 std::string GameProcess::errorText() const
@@ -272,20 +260,16 @@ unsigned long GameProcess::window(double seconds)
     {
         return windowId;
     }
-    const double end = now() + seconds;
-    while (now() < end && running())
+    std::string found;
+    const auto shown = [&]
     {
-        const std::string found =
-            runCommand("xdotool search --all --onlyvisible --pid " + std::to_string(pid) +
-                       " --name '^Blotch$' 2>/dev/null");
-        if (!found.empty())
-        {
-            windowId = std::stoul(found);
-            return windowId;
-        }
-        pause(0.1);
-    }
-    return 0;
+        found = running() ? runCommand("xdotool search --all --onlyvisible --pid " +
+                                       std::to_string(pid) + " --name '^Blotch$' 2>/dev/null")
+                          : "";
+        return !found.empty() || !running();
+    };
+    windowId = waitUntil(seconds, shown, 0.1) && !found.empty() ? std::stoul(found) : 0;
+    return windowId;
 }
 
 void GameProcess::focus()

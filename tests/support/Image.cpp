@@ -35,32 +35,22 @@ Image loadImage(const std::string& path)
     return image;
 }
 
-Image resized(const Image& image, int width, int height)
+Image stretchedRows(const Image& image, int height)
 {
-    Image out;
-    out.width = width;
+    Image out = image;
     out.height = height;
-    out.rgb.resize(static_cast<size_t>(width) * height * 3);
+    out.rgb.resize(static_cast<size_t>(image.width) * height * 3);
     for (int y = 0; y < height; ++y)
     {
         const float sy = std::fmax(0.0f, (y + 0.5f) * image.height / height - 0.5f);
-        const int y0 = static_cast<int>(sy);
-        const int y1 = std::min(y0 + 1, image.height - 1);
+        const int y0 = static_cast<int>(sy), y1 = std::min(y0 + 1, image.height - 1);
         const float fy = sy - y0;
-        for (int x = 0; x < width; ++x)
+        for (int i = 0; i < image.width * 3; ++i)
         {
-            const float sx = std::fmax(0.0f, (x + 0.5f) * image.width / width - 0.5f);
-            const int x0 = static_cast<int>(sx);
-            const int x1 = std::min(x0 + 1, image.width - 1);
-            const float fx = sx - x0;
-            for (int c = 0; c < 3; ++c)
-            {
-                const float top = image.pixel(x0, y0)[c] * (1 - fx) + image.pixel(x1, y0)[c] * fx;
-                const float bottom =
-                    image.pixel(x0, y1)[c] * (1 - fx) + image.pixel(x1, y1)[c] * fx;
-                out.rgb[(static_cast<size_t>(y) * width + x) * 3 + c] =
-                    static_cast<uint8_t>(std::lround(top * (1 - fy) + bottom * fy));
-            }
+            const float top = image.rgb[size_t(y0) * image.width * 3 + i];
+            const float bottom = image.rgb[size_t(y1) * image.width * 3 + i];
+            out.rgb[size_t(y) * image.width * 3 + i] =
+                static_cast<uint8_t>(std::lround(top * (1 - fy) + bottom * fy));
         }
     }
     return out;

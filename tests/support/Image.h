@@ -20,8 +20,9 @@ struct Image
 
 // Any image SDL_image reads, converted to RGB; empty when the file cannot be read.
 Image loadImage(const std::string& path);
-// Scales to WIDTH x HEIGHT (bilinear), to compare a picture with how it looks stretched on screen.
-Image resized(const Image& image, int width, int height);
+// Stretches to HEIGHT rows (linear between rows), to compare a picture with how it looks
+// stretched on screen.
+Image stretchedRows(const Image& image, int height);
 // The rectangle X0..X1, Y0..Y1 (exclusive) of IMAGE.
 Image crop(const Image& image, int x0, int y0, int x1, int y1);
 // The part of a 1024 x 768 game picture that shows only the world: below the overlay's text
