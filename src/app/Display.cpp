@@ -14,6 +14,27 @@ const int WINDOW_HEIGHT = 768;
 // The compatibility resize event of the old SDL interface; the window queues one so the first
 // pass of the event handler sets the viewport.
 const Uint32 RESIZE_EVENT = SDL_WINDOWEVENT;
+// The GL state the game draws in, a first resize so the event handler sets the viewport, and
+// the mouse grabbed for looking around.
+void startDrawing(const Display& display)
+{
+    glEnable(GL_CULL_FACE);
+    glEnable(GL_DEPTH_TEST);
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+    glViewport(0, 0, WINDOW_WIDTH, WINDOW_HEIGHT);
+    glClearColor(0.0f, 0.0f, 0.0f, 1.0f);
+
+    SDL_Event resize{};
+    resize.type = RESIZE_EVENT;
+    resize.window.event = SDL_WINDOWEVENT_SIZE_CHANGED;
+    resize.window.windowID = SDL_GetWindowID(display.window);
+    resize.window.data1 = WINDOW_WIDTH;
+    resize.window.data2 = WINDOW_HEIGHT;
+    SDL_PushEvent(&resize);
+
+    SDL_SetRelativeMouseMode(SDL_TRUE);
+}
 } // namespace
 
 bool openWindow(Display& display)
@@ -62,23 +83,7 @@ bool openWindow(Display& display)
     {
         std::fprintf(stderr, "[ERROR] BLOTCH_GL_DEBUG: the GL driver has no debug output\n");
     }
-
-    glEnable(GL_CULL_FACE);
-    glEnable(GL_DEPTH_TEST);
-    glEnable(GL_BLEND);
-    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
-    glViewport(0, 0, WINDOW_WIDTH, WINDOW_HEIGHT);
-    glClearColor(0.0f, 0.0f, 0.0f, 1.0f);
-
-    SDL_Event resize{};
-    resize.type = RESIZE_EVENT;
-    resize.window.event = SDL_WINDOWEVENT_SIZE_CHANGED;
-    resize.window.windowID = SDL_GetWindowID(display.window);
-    resize.window.data1 = WINDOW_WIDTH;
-    resize.window.data2 = WINDOW_HEIGHT;
-    SDL_PushEvent(&resize);
-
-    SDL_SetRelativeMouseMode(SDL_TRUE);
+    startDrawing(display);
     return true;
 }
 

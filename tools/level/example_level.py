@@ -24,8 +24,9 @@ def box(name, centre, size, rotation=(0.0, 0.0, 0.0)):
 
 def main():
     args = sys.argv[sys.argv.index("--") + 1:] if "--" in sys.argv else []
-    if len(args) != 1 or not args[0].lower().endswith(".fbx"):
-        raise SystemExit("usage: blender -b --factory-startup --python %s -- OUTPUT.fbx" % __file__)
+    if len(args) != 1 or not args[0].lower().endswith((".fbx", ".glb")):
+        raise SystemExit("usage: blender -b --factory-startup --python %s -- OUTPUT.fbx|OUTPUT.glb"
+                         % __file__)
     bpy.ops.wm.read_factory_settings(use_empty=True)
 
     # A 40 x 40 m floor, 1 m thick, top at z = 3, under the start at (2, -3).
@@ -43,14 +44,21 @@ def main():
     bpy.ops.object.join()
     bpy.context.active_object.name = "Level"
 
-    # File > Export > FBX with: Limit to Selected Objects, Object Types Mesh, Apply Scalings
-    # "FBX Units Scale", Forward -Z, Up Y, Apply Transform, Apply Modifiers, Triangulate Faces.
-    result = bpy.ops.export_scene.fbx(
-        filepath=args[0], use_selection=True, object_types={'MESH'},
-        apply_scale_options='FBX_SCALE_UNITS', axis_forward='-Z', axis_up='Y',
-        bake_space_transform=True, use_mesh_modifiers=True, use_triangles=True)
+    if args[0].lower().endswith(".glb"):
+        # File > Export > glTF 2.0 with: Format glTF Binary, Selected Objects, +Y Up, Apply
+        # Modifiers.
+        result = bpy.ops.export_scene.gltf(
+            filepath=args[0], export_format='GLB', use_selection=True, export_yup=True,
+            export_apply=True)
+    else:
+        # File > Export > FBX with: Limit to Selected Objects, Object Types Mesh, Apply Scalings
+        # "FBX Units Scale", Forward -Z, Up Y, Apply Transform, Apply Modifiers, Triangulate Faces.
+        result = bpy.ops.export_scene.fbx(
+            filepath=args[0], use_selection=True, object_types={'MESH'},
+            apply_scale_options='FBX_SCALE_UNITS', axis_forward='-Z', axis_up='Y',
+            bake_space_transform=True, use_mesh_modifiers=True, use_triangles=True)
     if result != {'FINISHED'}:
-        raise SystemExit("FBX export failed: %s" % result)
+        raise SystemExit("export failed: %s" % result)
     triangles = sum(len(p.vertices) - 2 for p in bpy.context.active_object.data.polygons)
     print("wrote %s: one mesh, %d triangles" % (args[0], triangles))
 
