@@ -7,9 +7,10 @@
 
 struct SDL_Window;
 
-// Tests are named after the class they test (Level.PaintsTheRecordedHits), and TEST_F would name
-// the suite after the fixture, which cannot take the class's name without hiding the class. A
-// test of SUITE on FIXTURE:
+// Suites are named after the class they test (Level.ASplatPaintsOnlyFacesTurnedTowardsTheHit),
+// and TEST_F would name the suite after the fixture, which cannot take the class's name without
+// hiding the class. A test of SUITE on FIXTURE, through GTEST_TEST_, which TEST and TEST_F expand
+// to (gtest 1.10 and later):
 #define TEST_ON(fixture, suite, name)                                                              \
     GTEST_TEST_(suite, name, fixture, ::testing::internal::GetTypeId<fixture>())
 // A test of SUITE with a GL context (see GlTest).
