@@ -2,6 +2,7 @@
 
 #include "app/Display.h"
 #include "app/FrameClock.h"
+#include "app/GameState.h"
 #include "app/Match.h"
 #include "app/MatchView.h"
 #include "core/Math.h"
@@ -20,14 +21,6 @@ class MotionBlur;
 class Player;
 class Shader;
 union SDL_Event;
-
-// The value of the "gamestate" setting.
-enum class GameState
-{
-    Menu = 0,
-    Playing = 1,
-    Finished = 2,
-};
 
 // One step of building a match and how long it took.
 struct BuildStage
@@ -99,10 +92,7 @@ private:
     void drawMatch(bool blurred);
     // The keys, the mouse motion and the throw asked for since the last playing frame.
     MatchInput& takeInput();
-    GameState state() const
-    {
-        return static_cast<GameState>(Settings::instance().getInt("gamestate"));
-    }
+    GameState state() const { return gameState(); }
     // Closes the build stage that ran since the previous one (or since loadMatch began).
     void endStage(const char* name);
 

@@ -1,5 +1,6 @@
 #include "app/Menu.h"
 
+#include "app/GameState.h"
 #include "core/Settings.h"
 #include "render/GlBuffer.h"
 #include "render/Shader.h"
@@ -37,13 +38,12 @@ void Menu::draw()
     {
         return;
     }
-    Settings& settings = Settings::instance();
     glDisable(GL_DEPTH_TEST);
     glActiveTexture(GL_TEXTURE0);
-    glBindTexture(GL_TEXTURE_2D, settings.getInt("gamestate") == 0 ? startTexture : endTexture);
+    glBindTexture(GL_TEXTURE_2D, gameState() == GameState::Menu ? startTexture : endTexture);
     shader->setInt("tex", 0);
 
-    if (settings.getBool("vbo"))
+    if (Settings::instance().getBool("vbo"))
     {
         glBindBuffer(GL_ARRAY_BUFFER, vertexBuffer);
         shader->setAttributeBuffer("in_vertex", 4);
