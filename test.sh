@@ -11,21 +11,10 @@ jobs=$(nproc)
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBLOTCH_TESTS=ON -DBLOTCH_BENCH=ON
 cmake --build build -j"$jobs"
 
-xvfb_pid=""
+. tools/xvfb.sh
 cleanup() { [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null || true; }
 trap cleanup EXIT
-if [ -z "${DISPLAY:-}" ]; then
-    # -noreset: by default the server resets when its last client leaves, and a test that
-    # connects during that moment finds no display.
-    for n in $(seq 90 120); do
-        [ -e "/tmp/.X11-unix/X$n" ] || [ -e "/tmp/.X$n-lock" ] && continue
-        Xvfb ":$n" -screen 0 1280x1024x24 -noreset -nolisten tcp >/dev/null 2>&1 &
-        xvfb_pid=$!
-        export DISPLAY=":$n"
-        break
-    done
-    for _ in $(seq 50); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
-fi
+[ -n "${DISPLAY:-}" ] || start_xvfb 90 120
 
 status=0
 # GL and end-to-end tests run one at a time (RUN_SERIAL): they share the display. Set

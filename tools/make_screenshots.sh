@@ -13,7 +13,7 @@ out="$root/docs"
 work=$(mktemp -d /tmp/blotch-shots-XXXXXX)
 mkdir -p "$out"
 
-xvfb_pid=""
+. "$root/tools/xvfb.sh"
 game_pid=""
 cleanup() {
     [ -n "$game_pid" ] && kill "$game_pid" 2>/dev/null || true
@@ -22,14 +22,7 @@ cleanup() {
 }
 trap cleanup EXIT
 # A display of our own, so nothing else takes the keys and the pictures are the game's alone.
-for n in $(seq 130 160); do
-    [ -e "/tmp/.X11-unix/X$n" ] || [ -e "/tmp/.X$n-lock" ] && continue
-    Xvfb ":$n" -screen 0 1280x1024x24 -noreset -nolisten tcp >/dev/null 2>&1 &
-    xvfb_pid=$!
-    export DISPLAY=":$n"
-    break
-done
-for _ in $(seq 50); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
+start_xvfb 130 160
 
 # From the repository, so the game reads this tree's data/ whatever binary it is.
 (cd "$root" && exec "$game" >"$work/stdout.txt" 2>"$work/stderr.txt") &

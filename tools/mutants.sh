@@ -115,7 +115,7 @@ fi
 
 saved=$(mktemp)
 changed=""
-xvfb_pid=""
+. tools/xvfb.sh
 restore() {
     if [ -n "$changed" ]; then
         # A plain copy gives it a fresh time stamp, so the next build compiles it again.
@@ -131,16 +131,7 @@ cleanup() {
 trap cleanup EXIT
 trap 'echo "interrupted" >&2; exit 130' INT TERM
 
-if [ -z "${DISPLAY:-}" ]; then
-    for n in $(seq 90 120); do
-        [ -e "/tmp/.X11-unix/X$n" ] || [ -e "/tmp/.X$n-lock" ] && continue
-        Xvfb ":$n" -screen 0 1280x1024x24 -noreset -nolisten tcp >/dev/null 2>&1 &
-        xvfb_pid=$!
-        export DISPLAY=":$n"
-        break
-    done
-    for _ in $(seq 50); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
-fi
+[ -n "${DISPLAY:-}" ] || start_xvfb 90 120
 
 logs=$build/mutants
 mkdir -p "$logs"
