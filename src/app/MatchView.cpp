@@ -73,7 +73,7 @@ Shader* MatchView::bindOwn(const char* name)
 {
     const auto it = shaders.find(name);
     glUseProgram(0);
-    if (it == shaders.end() || !it->second)
+    if (it == shaders.end() || !it->second || !it->second->isLinked())
     {
         return nullptr;
     }

@@ -9,6 +9,7 @@
 
 #include <GL/glew.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -154,6 +155,13 @@ void readLine(const std::string& line, Font& font)
     }
 }
 
+bool describesText(const Font& font)
+{
+    return font.scaleW > 0 && font.scaleH > 0 &&
+           std::any_of(font.glyphs.begin(), font.glyphs.end(),
+                       [](const Glyph& glyph) { return glyph.xadvance > 0 || glyph.width > 0; });
+}
+
 float ratio(float part, uint16_t whole)
 {
     return whole ? part / static_cast<float>(whole) : 0.0f;
@@ -254,7 +262,8 @@ bool FontManager::load(const std::string& name)
     const std::string path = dataFile("fonts/" + name + ".fnt");
     std::ifstream in(path);
     Font font;
-    if (!readFont(in, font))
+    // Any text reads; one without a page size or a single character is not a descriptor.
+    if (!readFont(in, font) || !describesText(font))
     {
         std::fprintf(stderr, "[ERROR] Could not read font '%s' from %s\n", name.c_str(),
                      path.c_str());

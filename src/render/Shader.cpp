@@ -55,7 +55,10 @@ void Shader::load()
     glAttachShader(program, fragmentShader);
     glLinkProgram(program);
 
-    if (isLinked())
+    GLint status = 0;
+    glGetProgramiv(program, GL_LINK_STATUS, &status);
+    linked = status != 0;
+    if (linked)
     {
         std::fprintf(stderr, "[SUCCESS] Shader '%s' (%d) loaded successfully.\n", name.c_str(),
                      static_cast<int>(program));
@@ -75,14 +78,23 @@ void Shader::load()
 
 bool Shader::isLinked() const
 {
-    GLint status = 0;
-    glGetProgramiv(program, GL_LINK_STATUS, &status);
-    return status != 0 && glIsProgram(program);
+    return linked;
+}
+
+// A program that did not link has no locations, and GL refuses to look any up in it.
+int Shader::attributeLocation(const char* attribute) const
+{
+    return linked ? glGetAttribLocation(program, attribute) : -1;
+}
+
+int Shader::uniformLocation(const char* uniform) const
+{
+    return linked ? glGetUniformLocation(program, uniform) : -1;
 }
 
 void Shader::setAttribute(const char* attribute, int count, const float* data)
 {
-    const GLint loc = glGetAttribLocation(program, attribute);
+    const GLint loc = attributeLocation(attribute);
     if (loc < 0)
     {
         return;
@@ -98,7 +110,7 @@ void Shader::setAttributeBuffer(const char* attribute, int count)
 
 void Shader::disableAttribute(const char* attribute)
 {
-    const GLint loc = glGetAttribLocation(program, attribute);
+    const GLint loc = attributeLocation(attribute);
     if (loc >= 0)
     {
         glDisableVertexAttribArray(static_cast<GLuint>(loc));
@@ -107,7 +119,7 @@ void Shader::disableAttribute(const char* attribute)
 
 void Shader::setInt(const char* uniform, int value)
 {
-    const GLint loc = glGetUniformLocation(program, uniform);
+    const GLint loc = uniformLocation(uniform);
     if (loc >= 0)
     {
         glUniform1i(loc, value);
@@ -116,7 +128,7 @@ void Shader::setInt(const char* uniform, int value)
 
 void Shader::setFloat(const char* uniform, float value)
 {
-    const GLint loc = glGetUniformLocation(program, uniform);
+    const GLint loc = uniformLocation(uniform);
     if (loc >= 0)
     {
         glUniform1f(loc, value);
@@ -125,7 +137,7 @@ void Shader::setFloat(const char* uniform, float value)
 
 void Shader::setVec3(const char* uniform, const float* v)
 {
-    const GLint loc = glGetUniformLocation(program, uniform);
+    const GLint loc = uniformLocation(uniform);
     if (loc >= 0)
     {
         glUniform3fv(loc, 1, v);
@@ -134,7 +146,7 @@ void Shader::setVec3(const char* uniform, const float* v)
 
 void Shader::setVec4(const char* uniform, const float* v)
 {
-    const GLint loc = glGetUniformLocation(program, uniform);
+    const GLint loc = uniformLocation(uniform);
     if (loc >= 0)
     {
         glUniform4fv(loc, 1, v);
@@ -143,7 +155,7 @@ void Shader::setVec4(const char* uniform, const float* v)
 
 void Shader::setMatrix(const char* uniform, const Mat4& m)
 {
-    const GLint loc = glGetUniformLocation(program, uniform);
+    const GLint loc = uniformLocation(uniform);
     if (loc >= 0)
     {
         glUniformMatrix4fv(loc, 1, GL_FALSE, m.data());

@@ -51,8 +51,9 @@ Shader* ShaderManager::use(const std::string& name)
 {
     glUseProgram(0);
     current = find(name);
-    if (!current)
+    if (!current || !current->isLinked())
     {
+        current = nullptr;
         return nullptr;
     }
     glUseProgram(current->getProgram());

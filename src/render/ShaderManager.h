@@ -23,7 +23,8 @@ public:
     // alive (and unreachable) until destroy(); it is not deleted while something may still hold it.
     Shader* load(const std::string& name);
     // Binds the program NAME after unbinding whatever was bound, and uploads "perspective",
-    // "view" and "ortho". An unknown name binds nothing and returns null.
+    // "view" and "ortho". An unknown name, or a program that did not link, binds nothing and
+    // returns null.
     Shader* use(const std::string& name);
     // Unbinds any program and forgets which one was current.
     void unuse();

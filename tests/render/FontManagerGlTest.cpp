@@ -5,8 +5,10 @@
 
 #include <GL/glew.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 #include <utility>
 
@@ -57,11 +59,17 @@ GL_TEST(FontManager, LoadsEachFontOnceAndReportsUnreadableOnes)
               std::make_pair(std::string(), std::string()));
     EXPECT_GT(inkOf(BIG), 100);
 
-    // Missing, and a directory: it opens, but every read fails.
+    // Missing; a directory: it opens, but every read fails; files that are no descriptor: empty,
+    // and random bytes, which describe no page and no character.
     const std::string descriptor = readFile(sourceFile("data/fonts/bankgothic-black.fnt"));
     ScratchDirectory scratch(false);
     std::filesystem::create_directories("data/fonts/folder.fnt");
-    for (const std::string name : {"missing", "folder"})
+    std::ofstream("data/fonts/empty.fnt", std::ios::binary);
+    std::string noise(descriptor.size(), '\0');
+    std::mt19937 random(7);
+    std::generate(noise.begin(), noise.end(), [&] { return static_cast<char>(random()); });
+    std::ofstream("data/fonts/noise.fnt", std::ios::binary) << noise;
+    for (const std::string name : {"missing", "folder", "empty", "noise"})
     {
         EXPECT_EQ(quietly([&] { EXPECT_FALSE(fonts.load(name)); }).second,
                   "[ERROR] Could not read font '" + name + "' from data/fonts/" + name + ".fnt\n");

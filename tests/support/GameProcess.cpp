@@ -17,6 +17,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -100,11 +101,15 @@ GameProcess::~GameProcess()
 {
     kill();
     const std::string errors = errorText();
-    for (size_t at = errors.find("[GL] "); at != std::string::npos;
-         at = errors.find("[GL] ", at + 1))
+    // GL errors (BLOTCH_GL_DEBUG) and, in the sanitized build, AddressSanitizer and UBSan reports.
+    for (const char* mark : {"[GL] ", "ERROR: AddressSanitizer", "runtime error: "})
     {
-        ADD_FAILURE() << "the game made a GL error: "
-                      << errors.substr(at, errors.find('\n', at) - at);
+        for (size_t at = errors.find(mark); at != std::string::npos; at = errors.find(mark, at + 1))
+        {
+            const size_t line = errors.rfind('\n', at) + 1; // npos + 1 is 0
+            ADD_FAILURE() << "the game reported: "
+                          << errors.substr(line, errors.find('\n', at) - line);
+        }
     }
     // BLOTCH_E2E_KEEP=1 keeps the working directory (output, pictures) for a look afterwards.
     if (std::getenv("BLOTCH_E2E_KEEP"))
@@ -152,6 +157,8 @@ bool GameProcess::start(const std::vector<std::string>& environment)
     }
     if (pid == 0)
     {
+        // A test killed by a timeout takes its game with it.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (chdir(dir.c_str()) != 0)
         {
             _exit(127);
@@ -333,4 +340,64 @@ bool GameProcess::screenshot(const std::string& path)
     runCommand("import -window " + std::to_string(windowId) + " png24:" + path + " 2>/dev/null",
                &status);
     return status == 0 && fs::exists(path);
+}
+
+PrivateDisplay::PrivateDisplay()
+{
+    if (const char* current = std::getenv("DISPLAY"))
+    {
+        previous = current;
+        hadPrevious = true;
+    }
+    // Xvfb picks a free display number itself and writes it to the pipe once it listens.
+    int fds[2];
+    if (pipe(fds) != 0)
+    {
+        return;
+    }
+    pid = fork();
+    if (pid == 0)
+    {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        close(fds[0]);
+        const int nullFd = open("/dev/null", O_RDWR);
+        dup2(nullFd, 0);
+        dup2(nullFd, 1);
+        dup2(nullFd, 2);
+        const std::string fd = std::to_string(fds[1]);
+        execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1280x1024x24",
+               "-noreset", "-nolisten", "tcp", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    close(fds[1]);
+    std::string number;
+    char c;
+    while (pid > 0 && read(fds[0], &c, 1) == 1 && c != '\n')
+    {
+        number += c;
+    }
+    close(fds[0]);
+    if (number.empty())
+    {
+        return;
+    }
+    name = ":" + number;
+    setenv("DISPLAY", name.c_str(), 1);
+}
+
+PrivateDisplay::~PrivateDisplay()
+{
+    if (pid > 0)
+    {
+        ::kill(pid, SIGTERM);
+        waitpid(pid, nullptr, 0);
+    }
+    if (hadPrevious)
+    {
+        setenv("DISPLAY", previous.c_str(), 1);
+    }
+    else
+    {
+        unsetenv("DISPLAY");
+    }
 }

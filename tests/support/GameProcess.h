@@ -76,3 +76,23 @@ private:
 
 // Runs a shell command and returns what it printed on standard output.
 std::string runCommand(const std::string& command, int* status = nullptr);
+
+// A private X server (Xvfb) on a display of its own, for end-to-end tests that run beside each
+// other: their windows, focus, keys and clicks never meet. DISPLAY names it while it lives.
+class PrivateDisplay
+{
+public:
+    PrivateDisplay();
+    ~PrivateDisplay(); // stops the server and gives DISPLAY back
+    PrivateDisplay(const PrivateDisplay&) = delete;
+    PrivateDisplay& operator=(const PrivateDisplay&) = delete;
+
+    bool ready() const { return !name.empty(); }
+    const std::string& display() const { return name; }
+
+private:
+    int pid = -1;
+    std::string name;     // ":N" once the server answers
+    std::string previous; // DISPLAY before, if any
+    bool hadPrevious = false;
+};
