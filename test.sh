@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds Blotch with its tests and runs every test: the unit tests, the
-# GL and end-to-end tests on an X display (a private Xvfb when DISPLAY is unset), then all of them
-# again under AddressSanitizer and UndefinedBehaviorSanitizer.
+# GL and end-to-end tests on an X display (a private Xvfb when DISPLAY is unset), all of them again
+# under AddressSanitizer and UndefinedBehaviorSanitizer, and every fuzz target for a minute.
 set -euo pipefail
 cd "$(dirname "$0")"
 tools/install-deps.sh
@@ -31,4 +31,6 @@ cmake --build build-asan -j"$jobs"
 (cd build-asan && ctest --output-on-failure --no-tests=error -j"$jobs" -L fbx) || status=1
 (cd build-asan && ASAN_OPTIONS=detect_leaks=0 ctest --output-on-failure --no-tests=error -j"$jobs" \
     -LE fbx) || status=1
+# Every fuzz target for a minute from its committed seeds (clang, libFuzzer, ASan and UBSan).
+tools/fuzz.sh 60 || status=1
 exit $status

@@ -11,6 +11,7 @@ PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev libassimp-dev assimp-testmodels
     xvfb xauth xdotool imagemagick
     file lintian desktop-file-utils appstream
+    clang libclang-rt-dev
 )
 
 missing=()

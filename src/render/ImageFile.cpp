@@ -20,6 +20,34 @@ uint32_t bigEndian(const uint8_t* p)
     return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];
 }
 
+// Walks a PNG's chunks by their lengths: each must end inside the file, and the last must be
+// IEND. The PNG decoder takes a read past the end for data and can go round a damaged chunk
+// list for ever, so nothing that fails this reaches it. Empty when the chunks are whole.
+std::string checkChunks(std::FILE* f, long size)
+{
+    long at = 8;
+    while (at + 12 <= size)
+    {
+        uint8_t head[8];
+        if (std::fseek(f, at, SEEK_SET) != 0 || std::fread(head, 1, 8, f) != 8)
+        {
+            break;
+        }
+        const uint32_t length = bigEndian(head);
+        const std::string type(reinterpret_cast<const char*>(head + 4), 4);
+        if (length > 0x7fffffffu || at + 12 + long(length) > size)
+        {
+            return "the file ends inside a chunk";
+        }
+        if (type == "IEND")
+        {
+            return {};
+        }
+        at += 12 + long(length);
+    }
+    return "the file ends before its IEND chunk";
+}
+
 // What the header of a PNG, or of a file named .tga, says of the picture's size, before anything
 // is decoded. Empty when the header is not one of those or says something impossible.
 std::string checkHeader(const std::string& path)
@@ -33,11 +61,17 @@ std::string checkHeader(const std::string& path)
     const size_t got = std::fread(head, 1, sizeof(head), f);
     std::fseek(f, 0, SEEK_END);
     const long size = std::ftell(f);
+    static const uint8_t PNG_SIGNATURE[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+    const std::string chunks =
+        got >= 8 && std::memcmp(head, PNG_SIGNATURE, 8) == 0 ? checkChunks(f, size) : "";
     std::fclose(f);
+    if (!chunks.empty())
+    {
+        return chunks;
+    }
     long width = -1, height = -1;
-    static const uint8_t PNG[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
     const bool tga = path.size() > 4 && path.compare(path.size() - 4, 4, ".tga") == 0;
-    if (got >= 24 && std::memcmp(head, PNG, 8) == 0)
+    if (got >= 24 && std::memcmp(head, PNG_SIGNATURE, 8) == 0)
     {
         width = bigEndian(head + 16);
         height = bigEndian(head + 20);

@@ -72,8 +72,8 @@ const DataFile FILES[] = {
     {"sound/splash.mp3", "FMOD error! (", false, true},
 };
 
-const char* const SHADERS[] = {"decal",         "font",           "hud",           "level",
-                               "mbpostprocess", "mbpreprocess",   "menu",          "minimal",
+const char* const SHADERS[] = {"decal",           "font",         "hud",     "level",
+                               "mbpostprocess",   "mbpreprocess", "menu",    "minimal",
                                "minimal_nolight", "unicolor-hud", "unicolor"};
 
 std::vector<std::string> allFiles()
@@ -110,7 +110,7 @@ DataFile describe(const std::string& path)
 std::string floorAndNearWall()
 {
     fbxtest::AsciiMesh mesh;
-    mesh.vertices = {-3, 3, -7, -3, 3, 13, 7, 3, 13, 7, 3, -7,
+    mesh.vertices = {-3, 3, -7, -3, 3, 13, 7, 3, 13, 7,  3, -7,
                      -3, 0, -1, 7,  0, -1, 7, 9, -1, -3, 9, -1};
     mesh.polygonVertices = {0, 1, -3, 0, 2, -4, 4, 5, -7, 4, 6, -8};
     return fbxtest::asciiFile({mesh});

@@ -45,6 +45,18 @@ GL_TEST(TextureManager, UnknownAndBadFilesGiveTextureZeroQuietly)
         EXPECT_EQ(textures.get("huge" + std::to_string(width)), 0u);
     }
 
+    // A PNG chunk that claims more bytes than the file has: the decoder would read past the end
+    // for ever (found by fuzzing). Refused before it decodes anything.
+    const std::string ihdr("\0\0\0\x0dIHDR\0\0\0\x08\0\0\0\x08\x08\0\0\0\0\xe1\x64\xe1\x57", 25);
+    std::ofstream("data/textures/long.png", std::ios::binary)
+        << std::string("\x89PNG\r\n\x1a\n", 8) << ihdr
+        << std::string("\0\x80\0\0tEXtdate:modify\0x\0\0\0\0", 26);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(textures.loadFile("data/textures/long.png", "long", GL_BGR, GL_RGBA, 0, 0));
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("long.png cannot be read: the file ends "
+                                                          "inside a chunk"),
+              std::string::npos);
+
     // A 32-bit picture read as 24-bit would be uploaded from the wrong number of bytes: refused.
     testing::internal::CaptureStderr();
     EXPECT_FALSE(textures.loadFile(sourceFile("data/textures/paint01.png"), "paint-as-bgr", GL_BGR,
