@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """An hour of play: runs the real game and plays it for a given time, then reports.
 
-The player clicks as fast as the shot cooldown lets balls go (four a second) while walking forward
-and back on one heading, so the walk retraces itself, and turning between walks, so the paint goes
-all round. Once a minute the soak samples the game's resident memory (/proc) and reads the frame
-rate the overlay shows ("framerate: N fps") off a screenshot, by drawing that line itself with the
-overlay's font for every N and taking the best match. Throws are counted from the game's standard
-error (one line per ball). A minute without a throw means the match has ended (the player fell).
+The player clicks as fast as the shot cooldown lets balls go (four a second) while walking
+forward and back along the start direction, so the walk retraces itself, and turning a different
+way each time between walks, so the paint goes all round. Once a minute the soak samples the
+game's resident memory (/proc) and reads the frame rate the overlay shows ("framerate: N fps") off
+a screenshot, by drawing that line itself with the overlay's font for every N and taking the best
+match. Throws are counted from the game's standard error (one line per ball). A minute without a
+throw means the match has ended (the player fell).
 
 Needs an X display (DISPLAY), xdotool and ImageMagick, as the end-to-end tests do. Prints one
 line per sample and, last, a summary line:
@@ -291,12 +292,13 @@ def main():
         return read_frame_rate(font, rows) if rows else None
 
     # In ticks of 25 ms: a click every tick, so a ball leaves as soon as the shot cooldown allows
-    # (four a second; a click during the cooldown throws nothing). Walk forward 1 s and back 1 s
-    # on one heading, so the walk retraces itself, then turn right 12 pixels (about 42 degrees)
-    # standing, so the paint goes all round. What is left of each walk is the frame it started
-    # and stopped in; walking while turning would leave far more.
+    # (four a second; a click during the cooldown throws nothing). Each cycle holds R to face the
+    # start direction again, walks forward 0.4 s and back 0.4 s along it, then turns while
+    # standing, a different way each cycle, so the paint goes all round. All the walking is along
+    # one line and retraces itself: what is left of it is the frames a key press started and
+    # ended in, and that drifts only along that line.
     TICK = 0.025
-    cycle = [("w", 0)] * 40 + [("s", 0)] * 40 + [(None, 1 - t % 2) for t in range(24)]
+    cycle = [("r", 0)] * 4 + [("w", 0)] * 16 + [("s", 0)] * 16 + [(None, 0)] * 48
     start = time.time()
     end = start + args.minutes * 60.0
     minute = 0
@@ -325,6 +327,13 @@ def main():
                 if now >= end:
                     break
         key, turn = cycle[tick % len(cycle)]
+        if key is None:
+            # Spread this cycle's turn (0 to 102 pixels, a full circle is about 103) over the
+            # standing ticks.
+            rounds, step = divmod(tick, len(cycle))
+            total = rounds * 17 % 103
+            standing = step - (len(cycle) - 48)
+            turn = total * (standing + 1) // 48 - total * standing // 48
         command = ["xdotool"]
         if key != held:
             if held:
