@@ -13,7 +13,10 @@ namespace
 // the whole picture before they read a pixel, so the claim is checked first.
 const int MAX_SIDE = 8192;
 const size_t TGA_HEADER = 18;
-const uint8_t TGA_TRUE_COLOUR = 2; // uncompressed
+// Image types 1-3 are uncompressed (colour-mapped, true colour, grey), 9-11 the same run-length
+// encoded.
+const int TGA_RUN_LENGTH_FIRST = 9;
+const int TGA_RUN_LENGTH_LAST = 11;
 
 uint32_t bigEndian(const uint8_t* p)
 {
@@ -80,9 +83,23 @@ std::string checkHeader(const std::string& path)
     {
         width = head[12] | head[13] << 8;
         height = head[14] | head[15] << 8;
-        // Uncompressed pixels must all be in the file.
-        const long bytes = width * height * ((head[16] + 7) / 8);
-        if (head[2] == TGA_TRUE_COLOUR && size < long(TGA_HEADER) + head[0] + bytes)
+        // Uncompressed pixels must all be in the file; run-length packets hold at most 128
+        // pixels each, so even the best-packed picture needs a packet per 128 pixels. A few bytes
+        // claiming millions of pixels would otherwise have the decoder fill them all.
+        const long pixels = width * height;
+        const long pixelBytes = (head[16] + 7) / 8;
+        const long colourMap = head[1] ? (head[5] | head[6] << 8) * ((head[7] + 7) / 8) : 0;
+        const int type = head[2];
+        long least = 0;
+        if (type >= 1 && type <= 3)
+        {
+            least = pixels * pixelBytes;
+        }
+        else if (type >= TGA_RUN_LENGTH_FIRST && type <= TGA_RUN_LENGTH_LAST)
+        {
+            least = (pixels + 127) / 128 * (1 + pixelBytes);
+        }
+        if (size < long(TGA_HEADER) + head[0] + colourMap + least)
         {
             return "the file ends before its pixels do";
         }

@@ -45,6 +45,16 @@ GL_TEST(TextureManager, UnknownAndBadFilesGiveTextureZeroQuietly)
         EXPECT_EQ(textures.get("huge" + std::to_string(width)), 0u);
     }
 
+    // Run-length packets of 128 pixels at most: 20 bytes cannot hold 6168 x 8192 of them, and
+    // the decoder would fill them all (found by fuzzing).
+    std::string rle(18, '\0');
+    rle[2] = 10, rle[12] = 0x18, rle[13] = 0x18, rle[15] = 0x20, rle[16] = 24;
+    std::ofstream("data/textures/rle.tga", std::ios::binary) << rle << std::string("\x7f\0", 2);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(textures.loadFile("data/textures/rle.tga", "rle", GL_BGR, GL_RGBA, 0, 0));
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("ends before its pixels do"),
+              std::string::npos);
+
     // A PNG chunk that claims more bytes than the file has: the decoder would read past the end
     // for ever (found by fuzzing). Refused before it decodes anything.
     const std::string ihdr("\0\0\0\x0dIHDR\0\0\0\x08\0\0\0\x08\x08\0\0\0\0\xe1\x64\xe1\x57", 25);
