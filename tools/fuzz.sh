@@ -32,31 +32,46 @@ cmake --build build-fuzz -j"$jobs" --target "${targets[@]/#/fuzz_}"
 declare -A max_len=([fbx_import]=8192 [gltf_import]=4096 [font]=4096 [image]=2048)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-status=0
-for target in "${targets[@]}"; do
-    binary=build-fuzz/tests/fuzz/fuzz_$target
-    corpus=tests/fuzz/corpus/$target
-    findings=build-fuzz/findings/$target
+# One fuzzer is one process on one core: the targets run side by side, as many as there are cores.
+fuzz() {
+    local target=$1 binary=build-fuzz/tests/fuzz/fuzz_$1 findings=build-fuzz/findings/$1
     mkdir -p "$work/$target" "$findings"
-    cp "$corpus"/* "$work/$target/"
-    log=build-fuzz/findings/$target.log
-    run=0
+    cp "tests/fuzz/corpus/$target"/* "$work/$target/"
+    local run=0
     "$binary" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
         -max_len="${max_len[$target]}" -print_final_stats=1 -artifact_prefix="$findings/" \
-        "$work/$target" >"$log" 2>&1 || run=$?
+        "$work/$target" >"build-fuzz/findings/$target.log" 2>&1 || run=$?
+    echo "$run" >"$work/$target.exit"
+}
+running=0
+for target in "${targets[@]}"; do
+    fuzz "$target" &
+    running=$((running + 1))
+    if [ "$running" -ge "$jobs" ]; then
+        wait -n || true
+        running=$((running - 1))
+    fi
+done
+wait
+
+status=0
+for target in "${targets[@]}"; do
+    log=build-fuzz/findings/$target.log
+    run=$(cat "$work/$target.exit")
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
-    found=$(grep -c '^artifact_prefix=\|Test unit written to' "$log" || true)
+    found=$(grep -c 'Test unit written to' "$log" || true)
     if [ "$run" -ne 0 ] || [ "$found" -ne 0 ]; then
         status=1
         echo "fuzz_$target: FOUND A PROBLEM after ${runs:-?} runs (exit $run):"
-        grep -E '^==[0-9]+==ERROR|runtime error|Test unit written to|SUMMARY' "$log" | head -5
+        grep -aE '^==[0-9]+==ERROR|runtime error|Test unit written to|SUMMARY' "$log" | head -5
     else
         echo "fuzz_$target: ${runs:-?} runs in $seconds s, nothing found"
     fi
     if [ "$minimise" -eq 1 ] && [ "$run" -eq 0 ]; then
+        corpus=tests/fuzz/corpus/$target
         mkdir -p "$work/$target-merged"
-        "$binary" -merge=1 -max_len="${max_len[$target]}" "$work/$target-merged" "$corpus" \
-            "$work/$target" >/dev/null 2>&1
+        "build-fuzz/tests/fuzz/fuzz_$target" -merge=1 -max_len="${max_len[$target]}" \
+            "$work/$target-merged" "$corpus" "$work/$target" >/dev/null 2>&1
         rm -f "$corpus"/*
         cp "$work/$target-merged"/* "$corpus/"
         echo "  corpus: $(ls "$corpus" | wc -l) inputs, $(du -sk "$corpus" | cut -f1) KB"
