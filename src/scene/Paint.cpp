@@ -90,6 +90,14 @@ int mipmapLevels(int width, int height)
     return levels;
 }
 
+// How far from a point, in texels of a splat picture, the filters read: bilinear filtering at
+// mipmap level L reads texels 1.5 texels of that level (2^L of the picture) either side, and
+// trilinear filtering up to level 2 reads level 2; one more for rounding. Paint is cut to where
+// its picture is not clear within this reach, so nothing it draws changes up to level 2 (a splat
+// at least a quarter of its picture's width on screen); beyond, the faint blur of the smallest
+// mipmaps round a distant splat's edge is left out.
+const float OUTLINE_REACH = 1.5f * 4.0f + 1.0f;
+
 // How far in front of a flat splat's plane, in metres, the eye must be for the splat to be
 // drawn. Within it the pieces are edge-on and left to the rasterizer.
 const float BACK_FACE_MARGIN = 0.01f;
@@ -170,11 +178,15 @@ Paint::~Paint()
     }
 }
 
-const Decal& Paint::add(const std::list<DecalPolygon>& polygons, const Bounds& bounds, Vec4 color)
+const Decal& Paint::add(const std::list<DecalPolygon>& cut, const Bounds& bounds, Vec4 color)
 {
     const int picture = std::rand() % Decal::TEXTURE_COUNT;
     usePicture(picture);
     SoundManager::instance().playSplash();
+    // Only the part of the cut where the picture can colour anything is drawn: the rest of the
+    // square is clear and would cost the rasterizer as much as paint.
+    std::list<DecalPolygon> polygons = cut;
+    splat::trim(polygons, outlines[picture]);
 
     // A splat of more corners than a batch can index would take a level cut finer than a
     // millimetre; it keeps the pieces that fit.
@@ -201,7 +213,7 @@ const Decal& Paint::add(const std::list<DecalPolygon>& polygons, const Bounds& b
     }
     const float paint = static_cast<float>(picture + 8 * static_cast<int>(shade));
 
-    Decal decal(picture, color, bounds, polygons.size());
+    Decal decal(picture, color, bounds, cut.size());
     decal.batch = static_cast<uint32_t>(&batch - batches.data());
     decal.firstVertex = static_cast<uint32_t>(batch.vertices.size());
     decal.firstIndex = static_cast<uint32_t>(batch.indices.size());
@@ -228,7 +240,7 @@ const Decal& Paint::add(const std::list<DecalPolygon>& polygons, const Bounds& b
             batch.indices.insert(batch.indices.end(), {fan[0], fan[i - 1], fan[i]});
         }
     }
-    decal.flat = onePlane(polygons, decal.plane);
+    decal.flat = !polygons.empty() && onePlane(polygons, decal.plane);
     decal.vertexCount = static_cast<uint32_t>(batch.vertices.size()) - decal.firstVertex;
     decal.indexCount = static_cast<uint32_t>(batch.indices.size()) - decal.firstIndex;
     upload(batch, decal);
@@ -300,6 +312,11 @@ void Paint::usePicture(int picture)
         if (fits)
         {
             glGetTexImage(GL_TEXTURE_2D, level, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
+        }
+        if (level == 0)
+        {
+            outlines[picture] = splat::outline(reinterpret_cast<const unsigned char*>(pixels.data()),
+                                               w, h, OUTLINE_REACH);
         }
         glTexSubImage3D(GL_TEXTURE_2D_ARRAY, level, 0, 0, picture, w, h, 1, GL_RGBA,
                         GL_UNSIGNED_BYTE, pixels.data());

@@ -47,8 +47,8 @@ public:
     Paint& operator=(const Paint&) = delete;
 
     // Sticks on a splat cut into POLYGONS (convex, in fan order) that fits in BOUNDS, in COLOR:
-    // picks its picture at random, plays the splash and uploads its corners. POLYGONS must not be
-    // empty.
+    // picks its picture at random, plays the splash and uploads its corners where the picture is
+    // not clear. POLYGONS must not be empty.
     const Decal& add(const std::list<DecalPolygon>& polygons, const Bounds& bounds, Vec4 color);
 
     // Draws every splat the view frustum may see (all of them with "frustum" off) with the
@@ -83,6 +83,8 @@ private:
     int pictureWidth = 0; // pixels, of every layer
     int pictureHeight = 0;
     bool pictureLoaded[Decal::TEXTURE_COUNT] = {};
+    // Where each picture can colour anything (the whole square until it is loaded).
+    splat::Outline outlines[Decal::TEXTURE_COUNT];
 
     // What this frame draws of each batch: the whole batch from its own index buffer, nothing,
     // or the visible splats' triangles gathered into one stream. Drawing every visible range on

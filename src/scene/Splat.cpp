@@ -5,6 +5,11 @@
 
 namespace
 {
+const float DIAGONAL = 0.70710678f;
+// The directions of an outline's sides, 45 degrees apart.
+const float SIDE_U[splat::Outline::SIDES] = {1, DIAGONAL, 0, -DIAGONAL, -1, -DIAGONAL, 0, DIAGONAL};
+const float SIDE_V[splat::Outline::SIDES] = {0, DIAGONAL, 1, DIAGONAL, 0, -DIAGONAL, -1, -DIAGONAL};
+
 Vec3 sub(const Vec3& a, const Vec3& b)
 {
     return {a.x - b.x, a.y - b.y, a.z - b.z};
@@ -173,6 +178,98 @@ void bounds(const std::list<DecalPolygon>& polygons, Vec3& min, Vec3& max)
         {
             min = {std::min(min.x, c.x), std::min(min.y, c.y), std::min(min.z, c.z)};
             max = {std::max(max.x, c.x), std::max(max.y, c.y), std::max(max.z, c.z)};
+        }
+    }
+}
+
+Outline outline(const unsigned char* rgba, int width, int height, float reach)
+{
+    Outline o;
+    for (float& limit : o.limits)
+    {
+        limit = -INFINITY;
+    }
+    const float du = 1.0f / width, dv = 1.0f / height;
+    bool any = false;
+    for (int y = 0; y < height; ++y)
+    {
+        for (int x = 0; x < width; ++x)
+        {
+            if (rgba[(size_t(y) * width + x) * 4 + 3] == 0)
+            {
+                continue;
+            }
+            any = true;
+            // The texel widened by REACH, and its repeats beside the picture where they reach
+            // into it.
+            for (int ry = -1; ry <= 1; ++ry)
+            {
+                for (int rx = -1; rx <= 1; ++rx)
+                {
+                    const float u0 = (x + rx * width - reach) * du - 0.5f;
+                    const float u1 = (x + rx * width + 1 + reach) * du - 0.5f;
+                    const float v0 = (y + ry * height - reach) * dv - 0.5f;
+                    const float v1 = (y + ry * height + 1 + reach) * dv - 0.5f;
+                    if (u1 < -0.5f || u0 > 0.5f || v1 < -0.5f || v0 > 0.5f)
+                    {
+                        continue;
+                    }
+                    for (int k = 0; k < Outline::SIDES; ++k)
+                    {
+                        const float far = std::max(u0 * SIDE_U[k], u1 * SIDE_U[k]) +
+                                          std::max(v0 * SIDE_V[k], v1 * SIDE_V[k]);
+                        o.limits[k] = std::max(o.limits[k], far);
+                    }
+                }
+            }
+        }
+    }
+    o.empty = !any;
+    return o;
+}
+
+void trim(std::list<DecalPolygon>& polygons, const Outline& outline)
+{
+    if (outline.empty)
+    {
+        polygons.clear();
+        return;
+    }
+    DecalPolygon spare;
+    for (auto polygon = polygons.begin(); polygon != polygons.end();)
+    {
+        for (int k = 0; k < Outline::SIDES && polygon->size() >= 3; ++k)
+        {
+            const DecalPolygon& in = *polygon;
+            spare.clear();
+            for (size_t i = 0; i < in.size(); ++i)
+            {
+                const DecalVertex& a = in[i];
+                const DecalVertex& b = in[(i + 1) % in.size()];
+                const float da = outline.limits[k] - ((a.u - 0.5f) * SIDE_U[k] + (a.v - 0.5f) * SIDE_V[k]);
+                const float db = outline.limits[k] - ((b.u - 0.5f) * SIDE_U[k] + (b.v - 0.5f) * SIDE_V[k]);
+                if (da >= 0.0f)
+                {
+                    spare.push_back(a);
+                }
+                if ((da >= 0.0f) != (db >= 0.0f))
+                {
+                    // Everything a corner carries varies linearly across the piece.
+                    const float s = da / (da - db);
+                    spare.push_back({a.x + (b.x - a.x) * s, a.y + (b.y - a.y) * s,
+                                     a.z + (b.z - a.z) * s, a.nx, a.ny, a.nz,
+                                     a.u + (b.u - a.u) * s, a.v + (b.v - a.v) * s});
+                }
+            }
+            polygon->swap(spare);
+        }
+        if (polygon->size() < 3)
+        {
+            polygon = polygons.erase(polygon);
+        }
+        else
+        {
+            ++polygon;
         }
     }
 }
