@@ -106,3 +106,159 @@ TEST_ON(RegistryTest, Level, TheTreeFindsExactlyWhatAScanFinds)
     }
     EXPECT_GT(painted, 300);
 }
+
+namespace
+{
+// A WIDTH x HEIGHT picture, clear but for the texels PAINTED.
+std::vector<unsigned char> pictureWith(int width, int height,
+                                       const std::vector<std::pair<int, int>>& painted)
+{
+    std::vector<unsigned char> rgba(size_t(width) * height * 4, 255);
+    for (size_t i = 3; i < rgba.size(); i += 4)
+    {
+        rgba[i] = 0;
+    }
+    for (const auto& [x, y] : painted)
+    {
+        rgba[(size_t(y) * width + x) * 4 + 3] = 40;
+    }
+    return rgba;
+}
+
+// The picture's square cut into an 8 x 8 grid of pieces, each two triangles' worth, lying in the
+// plane z = 2 with x = 3u, y = 3v.
+std::list<DecalPolygon> squarePieces()
+{
+    std::list<DecalPolygon> pieces;
+    for (int j = 0; j < 8; ++j)
+    {
+        for (int i = 0; i < 8; ++i)
+        {
+            DecalPolygon p;
+            for (const auto& [du, dv] : {std::pair{0, 0}, {1, 0}, {1, 1}, {0, 1}})
+            {
+                const float u = (i + du) / 8.0f, v = (j + dv) / 8.0f;
+                p.push_back({3 * u, 3 * v, 2, 0, 0, 1, u, v});
+            }
+            pieces.push_back(p);
+        }
+    }
+    return pieces;
+}
+
+bool inside(const std::list<DecalPolygon>& pieces, float u, float v)
+{
+    for (const DecalPolygon& p : pieces)
+    {
+        bool in = true;
+        for (size_t i = 0; i < p.size() && in; ++i)
+        {
+            const DecalVertex& a = p[i];
+            const DecalVertex& b = p[(i + 1) % p.size()];
+            in = (b.u - a.u) * (v - a.v) - (b.v - a.v) * (u - a.u) >= -1e-6f;
+        }
+        if (in)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+double areaOnPicture(const std::list<DecalPolygon>& pieces)
+{
+    double total = 0.0;
+    for (const DecalPolygon& p : pieces)
+    {
+        for (size_t i = 0; i < p.size(); ++i)
+        {
+            const DecalVertex& a = p[i];
+            const DecalVertex& b = p[(i + 1) % p.size()];
+            total += 0.5 * (double(a.u) * b.v - double(b.u) * a.v);
+        }
+    }
+    return total;
+}
+} // namespace
+
+TEST(Outline, TrimmedPaintKeepsEveryPointThePictureCanColour)
+{
+    const int size = 64;
+    const float reach = 3.0f;
+    // A blob in the middle, a speck at the left edge (which the picture repeats on the right)
+    // and one near the top right corner.
+    std::vector<std::pair<int, int>> painted{{0, 20}, {57, 58}};
+    for (int y = 24; y < 36; ++y)
+    {
+        for (int x = 26; x < 40; ++x)
+        {
+            painted.push_back({x, y});
+        }
+    }
+    const std::vector<unsigned char> rgba = pictureWith(size, size, painted);
+    const splat::Outline outline = splat::outline(rgba.data(), size, size, reach);
+    std::list<DecalPolygon> pieces = squarePieces();
+    splat::trim(pieces, outline);
+
+    auto couldColour = [&](float u, float v) {
+        for (const auto& [x, y] : painted)
+        {
+            for (int repeat = -1; repeat <= 1; ++repeat)
+            {
+                const float tx = u * size - repeat * size, ty = v * size;
+                if (tx >= x - reach && tx <= x + 1 + reach && ty >= y - reach &&
+                    ty <= y + 1 + reach)
+                {
+                    return true;
+                }
+            }
+        }
+        return false;
+    };
+    std::mt19937 random(11);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    int checked = 0;
+    for (int i = 0; i < 20000; ++i)
+    {
+        const float u = unit(random), v = unit(random);
+        if (couldColour(u, v))
+        {
+            ++checked;
+            ASSERT_TRUE(inside(pieces, u, v)) << "paint left out at " << u << ", " << v;
+        }
+    }
+    EXPECT_GT(checked, 1000);
+    // The speck on the left shows again on the right, so the octagon spans the picture; it
+    // still leaves out the clear corners.
+    EXPECT_LT(areaOnPicture(pieces), 0.9);
+    EXPECT_FALSE(inside(pieces, 0.02f, 0.98f));
+
+    for (const DecalPolygon& p : pieces)
+    {
+        ASSERT_GE(p.size(), 3u);
+        for (const DecalVertex& c : p)
+        {
+            // Corners made by the cut lie where the picture puts them on the plane.
+            EXPECT_NEAR(c.x, 3 * c.u, 1e-4f);
+            EXPECT_NEAR(c.y, 3 * c.v, 1e-4f);
+            EXPECT_EQ(c.z, 2.0f);
+            EXPECT_EQ(c.nz, 1.0f);
+        }
+    }
+}
+
+TEST(Outline, AFewTexelsOfPaintKeepLittleOfTheSquareAndAClearPictureNone)
+{
+    const std::vector<unsigned char> speck = pictureWith(64, 64, {{31, 31}, {32, 32}});
+    std::list<DecalPolygon> pieces = squarePieces();
+    splat::trim(pieces, splat::outline(speck.data(), 64, 64, 2.0f));
+    // Two texels and two either side: an octagon inside 6 x 6 texels of 64 x 64.
+    EXPECT_GT(areaOnPicture(pieces), 3.0 * 3.0 / (64 * 64));
+    EXPECT_LT(areaOnPicture(pieces), 6.0 * 6.0 / (64 * 64));
+    EXPECT_TRUE(inside(pieces, 32.0f / 64, 32.0f / 64));
+
+    const std::vector<unsigned char> clear = pictureWith(64, 64, {});
+    pieces = squarePieces();
+    splat::trim(pieces, splat::outline(clear.data(), 64, 64, 2.0f));
+    EXPECT_TRUE(pieces.empty());
+}
