@@ -1,5 +1,11 @@
 #version 150 compatibility
 #extension GL_ARB_explicit_attrib_location : require
+#extension GL_ARB_shader_image_load_store : enable
+// Paint writes neither depth nor stencil, so the tests may come before the shading: paint under
+// a newer splat's opaque core (see "decalcore") or behind the level is never shaded.
+#ifdef GL_ARB_shader_image_load_store
+layout(early_fragment_tests) in;
+#endif
 // Paint colour times the splat's picture, one of the layers of "tex". "trans" is 0 when
 // transparency is on: the splat's soft alpha edge blends over the surface. When it is 1 the edge
 // is cut hard and the paint is opaque.

@@ -48,7 +48,8 @@ bool openWindow(Display& display)
     SDL_GL_SetAttribute(SDL_GL_CONTEXT_PROFILE_MASK, SDL_GL_CONTEXT_PROFILE_COMPATIBILITY);
     SDL_GL_SetAttribute(SDL_GL_DOUBLEBUFFER, 1);
     SDL_GL_SetAttribute(SDL_GL_DEPTH_SIZE, 24);
-    SDL_GL_SetAttribute(SDL_GL_STENCIL_SIZE, 1);
+    // Paint draws in layers through the stencil, newer ones hiding older ones.
+    SDL_GL_SetAttribute(SDL_GL_STENCIL_SIZE, 8);
     if (gldebug::requested())
     {
         SDL_GL_SetAttribute(SDL_GL_CONTEXT_FLAGS, SDL_GL_CONTEXT_DEBUG_FLAG);

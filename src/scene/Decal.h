@@ -26,6 +26,7 @@ public:
     const Bounds& getBounds() const { return bounds; }
     size_t polygonCount() const { return polygons; } // the pieces the splat was cut into
     size_t triangleCount() const { return indexCount / 3; }
+    size_t coreTriangleCount() const { return coreIndexCount / 3; }
 
     // Where the splat's triangles are: indices FIRST_INDEX.. of batch BATCH, which refer to its
     // own vertices FIRST_VERTEX.. of that batch.
@@ -34,6 +35,10 @@ public:
     uint32_t vertexCount = 0;
     uint32_t firstIndex = 0;
     uint32_t indexCount = 0;
+    // Where its paint covers what lies under it (see Paint): triangles FIRST_CORE_INDEX.. of the
+    // batch's core indices, over the same vertices. None for a translucent colour.
+    uint32_t firstCoreIndex = 0;
+    uint32_t coreIndexCount = 0;
     // When every piece lies in one plane (a splat on a flat wall or floor): that plane, facing
     // the way the pieces face (x, y, z the unit normal, w its offset: dot(normal, p) = w on it).
     // Seen from behind it, all of the splat's triangles are back faces.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 namespace
 {
@@ -225,6 +226,143 @@ Outline outline(const unsigned char* rgba, int width, int height, float reach)
         }
     }
     o.empty = !any;
+    return o;
+}
+
+Outline core(const unsigned char* rgba, int width, int height, float reach)
+{
+    Outline o;
+    const size_t count = size_t(width) * size_t(height);
+    // Texels from which every texel within R either way is opaque (the picture repeats): R is the
+    // reach and one more, for how far a point may lie from the texel it is nearest.
+    const int r = static_cast<int>(std::ceil(reach)) + 1;
+    std::vector<unsigned char> across(count), inside(count);
+    size_t opaque = 0;
+    for (int y = 0; y < height; ++y)
+    {
+        for (int x = 0; x < width; ++x)
+        {
+            bool all = true;
+            for (int dx = -r; dx <= r && all; ++dx)
+            {
+                const int sx = ((x + dx) % width + width) % width;
+                all = rgba[(size_t(y) * width + sx) * 4 + 3] == 255;
+            }
+            across[size_t(y) * width + x] = all;
+        }
+    }
+    for (int y = 0; y < height; ++y)
+    {
+        for (int x = 0; x < width; ++x)
+        {
+            bool all = true;
+            for (int dy = -r; dy <= r && all; ++dy)
+            {
+                const int sy = ((y + dy) % height + height) % height;
+                all = across[size_t(sy) * width + x];
+            }
+            inside[size_t(y) * width + x] = all;
+            opaque += all;
+        }
+    }
+    if (opaque == count)
+    {
+        return o; // opaque all over: the whole picture
+    }
+    // Grow the octagon from the texel deepest inside (chessboard distance to the nearest texel
+    // that is not), one step at a time on each side while every texel it touches stays inside.
+    std::vector<int> depth(count);
+    auto at = [&](int x, int y) { // beyond the edges counts as outside: the core stays within
+        return x < 0 || x >= width || y < 0 || y >= height ? 0 : depth[size_t(y) * width + x];
+    };
+    for (int y = 0; y < height; ++y)
+    {
+        for (int x = 0; x < width; ++x)
+        {
+            depth[size_t(y) * width + x] =
+                inside[size_t(y) * width + x]
+                    ? 1 + std::min({at(x - 1, y), at(x - 1, y - 1), at(x, y - 1), at(x + 1, y - 1)})
+                    : 0;
+        }
+    }
+    for (int y = height - 1; y >= 0; --y)
+    {
+        for (int x = width - 1; x >= 0; --x)
+        {
+            int& d = depth[size_t(y) * width + x];
+            d = std::min(d, 1 + std::min({at(x + 1, y), at(x + 1, y + 1), at(x, y + 1),
+                                          at(x - 1, y + 1)}));
+        }
+    }
+    const size_t deepest = static_cast<size_t>(std::max_element(depth.begin(), depth.end()) -
+                                               depth.begin());
+    if (depth[deepest] == 0)
+    {
+        o.empty = true;
+        return o;
+    }
+    const float du = 1.0f / width, dv = 1.0f / height;
+    const float cu = (float(deepest % width) + 0.5f) * du - 0.5f;
+    const float cv = (float(deepest / width) + 0.5f) * dv - 0.5f;
+    const float texel = std::max(du, dv);
+    for (int k = 0; k < Outline::SIDES; ++k)
+    {
+        o.limits[k] = cu * SIDE_U[k] + cv * SIDE_V[k];
+    }
+    // True when every texel whose centre lies within a texel of the octagon is inside.
+    auto fits = [&](const float* limits) {
+        const float u0 = -limits[4] - texel, u1 = limits[0] + texel;
+        const float v0 = -limits[6] - texel, v1 = limits[2] + texel;
+        const int x0 = static_cast<int>(std::floor((u0 + 0.5f) * width - 0.5f));
+        const int x1 = static_cast<int>(std::ceil((u1 + 0.5f) * width - 0.5f));
+        const int y0 = static_cast<int>(std::floor((v0 + 0.5f) * height - 0.5f));
+        const int y1 = static_cast<int>(std::ceil((v1 + 0.5f) * height - 0.5f));
+        for (int y = y0; y <= y1; ++y)
+        {
+            for (int x = x0; x <= x1; ++x)
+            {
+                const float u = (x + 0.5f) * du - 0.5f, v = (y + 0.5f) * dv - 0.5f;
+                bool near = true;
+                for (int k = 0; k < Outline::SIDES && near; ++k)
+                {
+                    near = u * SIDE_U[k] + v * SIDE_V[k] <= limits[k] + texel;
+                }
+                const int sx = (x % width + width) % width, sy = (y % height + height) % height;
+                if (near && !inside[size_t(sy) * width + sx])
+                {
+                    return false;
+                }
+            }
+        }
+        return true;
+    };
+    // No side needs to reach further than the picture's corners.
+    const float most = 0.75f;
+    for (bool grown = true; grown;)
+    {
+        grown = false;
+        for (int k = 0; k < Outline::SIDES; ++k)
+        {
+            if (o.limits[k] + texel > most)
+            {
+                continue;
+            }
+            o.limits[k] += texel;
+            if (fits(o.limits))
+            {
+                grown = true;
+            }
+            else
+            {
+                o.limits[k] -= texel;
+            }
+        }
+    }
+    // A point, or a sliver no wider than a texel, covers nothing worth drawing.
+    for (int k = 0; k < Outline::SIDES / 2; ++k)
+    {
+        o.empty = o.empty || o.limits[k] + o.limits[k + 4] < texel;
+    }
     return o;
 }
 

@@ -62,6 +62,10 @@ struct Outline
 // The outline of a WIDTH x HEIGHT picture (four bytes a pixel, alpha last). The picture repeats
 // beyond its edges, as the filters see it.
 Outline outline(const unsigned char* rgba, int width, int height, float reach);
+// Where a splat picture covers whatever lies under it: an octagon on the picture inside which
+// every texel a filter reads within REACH texels of a point is fully opaque. Empty when the
+// picture has no such place.
+Outline core(const unsigned char* rgba, int width, int height, float reach);
 // Cuts POLYGONS (carrying picture coordinates) to OUTLINE, dropping what lies outside it.
 void trim(std::list<DecalPolygon>& polygons, const Outline& outline);
 } // namespace splat

@@ -242,7 +242,7 @@ GL_TEST(Paint, BatchesDrawThePictureThatOneFanPerPolygonDrew)
             {
                 glDepthMask(GL_TRUE);
                 glClearColor(0.2f, 0.3f, 0.4f, 1.0f);
-                glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+                glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
                 paintState();
                 if (way == 0)
                 {
@@ -321,7 +321,10 @@ GL_TEST(Paint, SplatsOutOfSightCostNothing)
     Settings::instance().toggle("frustum"); // culling off: drawn even where it cannot be seen
     EXPECT_EQ(trianglesDrawn([&] { paint.draw(); }), behindTriangles);
     glDisable(GL_CULL_FACE); // without face culling the back of a splat shows
-    EXPECT_EQ(trianglesDrawn([&] { paint.draw(); }), behindTriangles + awayTriangles);
+    // Two splats in view: each one's opaque core is drawn too.
+    EXPECT_EQ(trianglesDrawn([&] { paint.draw(); }), behindTriangles + awayTriangles +
+                                                         paint[0].coreTriangleCount() +
+                                                         paint[1].coreTriangleCount());
     glEnable(GL_CULL_FACE);
 
     paint.add(ahead, boundsOf(ahead), {1, 0, 0, 1});
@@ -331,4 +334,76 @@ GL_TEST(Paint, SplatsOutOfSightCostNothing)
     glGetIntegerv(GL_CURRENT_PROGRAM, &program);
     EXPECT_EQ(program, 0) << "paint leaves no program bound";
     EXPECT_EQ(ShaderManager::instance().getCurrent(), nullptr);
+}
+
+GL_TEST(Paint, APileLooksAsEverySplatDrawnInTurnButOnlyWhatShowsIsShaded)
+{
+    lookAhead();
+    // Forty-eight splats heaped on one spot of a wall ahead, each its whole 3 x 3 square, every
+    // seventh in a translucent colour (which hides nothing under it).
+    std::srand(5);
+    std::mt19937 random(9);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    const Vec4 opaque[] = {{1, 0.617f, 0, 1}, {0.604f, 1, 0, 1}, {0.988f, 0, 1, 1}};
+    const Vec4 translucent{0.1f, 0.5f, 1, 0.6f};
+    Paint paint;
+    for (int s = 0; s < 48; ++s)
+    {
+        const Vec3 centre{unit(random) - 0.5f, unit(random) - 0.5f, -10.0f};
+        const std::list<DecalPolygon> square{
+            polygon(centre, 2.1214f, 4, math::PI / 4, centre),
+            polygon({centre.x + 0.2f, centre.y, centre.z}, 0.5f, 6, 0.3f, centre)};
+        paint.add(square, boundsOf(square), s % 7 == 6 ? translucent : opaque[s % 3]);
+    }
+    EXPECT_GT(paint[0].coreTriangleCount(), 0u);
+    EXPECT_EQ(paint[6].coreTriangleCount(), 0u) << "a translucent splat covers nothing";
+
+    Settings& settings = Settings::instance();
+    // The paint and how many of its samples passed the tests, with and without a stencil.
+    auto draw = [&](bool stencil, GLuint& samples) {
+        OffscreenTarget target(stencil);
+        glDepthMask(GL_TRUE);
+        glClearColor(0.2f, 0.3f, 0.4f, 1.0f);
+        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
+        paintState();
+        GLuint query = 0;
+        glGenQueries(1, &query);
+        glBeginQuery(GL_SAMPLES_PASSED, query);
+        paint.draw();
+        glEndQuery(GL_SAMPLES_PASSED);
+        glGetQueryObjectuiv(query, GL_QUERY_RESULT, &samples);
+        glDeleteQueries(1, &query);
+        glDepthMask(GL_TRUE);
+        return readPixels();
+    };
+    for (bool transparency : {true, false})
+    {
+        for (int mipmap : {0, 1, 2})
+        {
+            if (settings.getBool("transparency") != transparency)
+            {
+                settings.toggle("transparency");
+            }
+            while (settings.getInt("texture-mipmap") != mipmap)
+            {
+                settings.cycle("texture-mipmap");
+            }
+            const std::string name = std::string(transparency ? "blended" : "cut") + ", mipmap " +
+                                     std::to_string(mipmap);
+            GLuint layeredSamples = 0, flatSamples = 0;
+            const std::vector<uint8_t> layered = draw(true, layeredSamples);
+            const std::vector<uint8_t> flat = draw(false, flatSamples);
+            size_t differ = 0, painted = 0;
+            for (size_t i = 0; i < flat.size(); i += 4)
+            {
+                differ += std::memcmp(&layered[i], &flat[i], 4) != 0;
+                painted += flat[i] != 51 || flat[i + 1] != 77 || flat[i + 2] != 102;
+            }
+            EXPECT_GT(painted, 20000u) << name;
+            EXPECT_EQ(differ, 0u) << name << ": pixels that differ";
+            // Much of the pile lies under newer splats' opaque cores and is never shaded; the
+            // cores themselves cost a little.
+            EXPECT_LT(layeredSamples, flatSamples * 0.85) << name;
+        }
+    }
 }

@@ -262,3 +262,74 @@ TEST(Outline, AFewTexelsOfPaintKeepLittleOfTheSquareAndAClearPictureNone)
     splat::trim(pieces, splat::outline(clear.data(), 64, 64, 2.0f));
     EXPECT_TRUE(pieces.empty());
 }
+
+TEST(Outline, TheCoreHoldsOnlyPointsWhereEveryTexelWithinReachIsOpaque)
+{
+    const int size = 64;
+    const float reach = 2.0f;
+    // An opaque disc with a soft rim, a translucent texel inside it near the rim, and an opaque
+    // band across the left and right edges (the picture repeats there).
+    std::vector<unsigned char> rgba = pictureWith(size, size, {});
+    for (int y = 0; y < size; ++y)
+    {
+        for (int x = 0; x < size; ++x)
+        {
+            const float d = std::hypot(x + 0.5f - 30.0f, y + 0.5f - 34.0f);
+            unsigned char& alpha = rgba[(size_t(y) * size + x) * 4 + 3];
+            alpha = d < 18.0f ? 255 : d < 21.0f ? 128 : 0;
+            if ((x < 3 || x >= 61) && y >= 4 && y < 12)
+            {
+                alpha = 255;
+            }
+        }
+    }
+    rgba[(size_t(34) * size + 42) * 4 + 3] = 254;
+    const splat::Outline core = splat::core(rgba.data(), size, size, reach);
+    ASSERT_FALSE(core.empty);
+    std::list<DecalPolygon> pieces = squarePieces();
+    splat::trim(pieces, core);
+
+    // Every texel a filter reads within REACH of a point of the core is opaque.
+    auto opaqueAround = [&](float u, float v) {
+        const float tx = u * size, ty = v * size;
+        for (int y = int(std::floor(ty - reach - 0.5f)); y <= int(std::floor(ty + reach)); ++y)
+        {
+            for (int x = int(std::floor(tx - reach - 0.5f)); x <= int(std::floor(tx + reach)); ++x)
+            {
+                const int sx = (x % size + size) % size, sy = (y % size + size) % size;
+                if (rgba[(size_t(sy) * size + sx) * 4 + 3] != 255)
+                {
+                    return false;
+                }
+            }
+        }
+        return true;
+    };
+    std::mt19937 random(5);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    int checked = 0;
+    for (int i = 0; i < 40000; ++i)
+    {
+        const float u = unit(random), v = unit(random);
+        if (inside(pieces, u, v))
+        {
+            ++checked;
+            ASSERT_TRUE(opaqueAround(u, v)) << "a core point with clear texels near " << u << ", "
+                                            << v;
+        }
+    }
+    EXPECT_GT(checked, 1000);
+    // An octagon in a disc of radius 18 - 3 (the reach and a texel) has at most 2.83 x 15^2
+    // texels; the core keeps a good part of that even beside the translucent texel.
+    const double area = areaOnPicture(pieces) * size * size;
+    EXPECT_GT(area, 0.4 * 2.83 * 15 * 15);
+    EXPECT_LT(area, 2.83 * 15 * 15);
+
+    // Opaque all over: all of it. Nothing fully opaque: nothing.
+    const std::vector<unsigned char> full(size_t(size) * size * 4, 255);
+    pieces = squarePieces();
+    splat::trim(pieces, splat::core(full.data(), size, size, reach));
+    EXPECT_NEAR(areaOnPicture(pieces), 1.0, 1e-6);
+    std::vector<unsigned char> almost(size_t(size) * size * 4, 254);
+    EXPECT_TRUE(splat::core(almost.data(), size, size, reach).empty);
+}

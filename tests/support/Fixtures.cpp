@@ -43,7 +43,7 @@ GlTest::GlTest()
     SDL_GL_SetAttribute(SDL_GL_CONTEXT_MINOR_VERSION, 2);
     SDL_GL_SetAttribute(SDL_GL_CONTEXT_PROFILE_MASK, SDL_GL_CONTEXT_PROFILE_COMPATIBILITY);
     SDL_GL_SetAttribute(SDL_GL_DEPTH_SIZE, 24);
-    SDL_GL_SetAttribute(SDL_GL_STENCIL_SIZE, 1);
+    SDL_GL_SetAttribute(SDL_GL_STENCIL_SIZE, 8);
     window =
         SDL_CreateWindow("Blotch GL test", 0, 0, 64, 64, SDL_WINDOW_OPENGL | SDL_WINDOW_HIDDEN);
     context = window ? SDL_GL_CreateContext(window) : nullptr;
@@ -96,7 +96,7 @@ void GlTest::TearDown()
     unsetenv("SDL_AUDIODRIVER");
 }
 
-OffscreenTarget::OffscreenTarget()
+OffscreenTarget::OffscreenTarget(bool stencil)
 {
     glGenFramebuffers(1, &framebuffer);
     glGenRenderbuffers(1, &colour);
@@ -106,8 +106,11 @@ OffscreenTarget::OffscreenTarget()
     glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, colour);
     glGenRenderbuffers(1, &depth);
     glBindRenderbuffer(GL_RENDERBUFFER, depth);
-    glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT24, WIDTH, HEIGHT);
-    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, depth);
+    glRenderbufferStorage(GL_RENDERBUFFER, stencil ? GL_DEPTH24_STENCIL8 : GL_DEPTH_COMPONENT24,
+                          WIDTH, HEIGHT);
+    glFramebufferRenderbuffer(GL_FRAMEBUFFER,
+                              stencil ? GL_DEPTH_STENCIL_ATTACHMENT : GL_DEPTH_ATTACHMENT,
+                              GL_RENDERBUFFER, depth);
     glViewport(0, 0, WIDTH, HEIGHT);
 }
 

@@ -54,7 +54,8 @@ public:
     static constexpr int WIDTH = 1024;
     static constexpr int HEIGHT = 768;
 
-    OffscreenTarget();
+    // With a stencil, as the game's window has, or (STENCIL false) depth alone.
+    explicit OffscreenTarget(bool stencil = true);
     ~OffscreenTarget();
     OffscreenTarget(const OffscreenTarget&) = delete;
     OffscreenTarget& operator=(const OffscreenTarget&) = delete;
