@@ -117,6 +117,21 @@ std::vector<uint8_t> readPixels()
     return pixels;
 }
 
+// Sets the "transparency" and "texture-mipmap" switches; names the combination.
+std::string useFilters(bool transparency, int mipmap)
+{
+    Settings& settings = Settings::instance();
+    if (settings.getBool("transparency") != transparency)
+    {
+        settings.toggle("transparency");
+    }
+    while (settings.getInt("texture-mipmap") != mipmap)
+    {
+        settings.cycle("texture-mipmap");
+    }
+    return std::string(transparency ? "blended" : "cut") + ", mipmap " + std::to_string(mipmap);
+}
+
 // The splats of SPLATS (made into PAINT in that order) drawn one fan per polygon, culled and
 // filtered as the batches are.
 void drawFans(const Paint& paint, const std::vector<Splat>& splats, const Mat4& perspective)
@@ -227,16 +242,7 @@ GL_TEST(Paint, BatchesDrawThePictureThatOneFanPerPolygonDrew)
     {
         for (int mipmap : {0, 2})
         {
-            if (settings.getBool("transparency") != transparency)
-            {
-                settings.toggle("transparency");
-            }
-            while (settings.getInt("texture-mipmap") != mipmap)
-            {
-                settings.cycle("texture-mipmap");
-            }
-            const std::string name = std::string(transparency ? "blended" : "cut") + ", mipmap " +
-                                     std::to_string(mipmap);
+            const std::string name = useFilters(transparency, mipmap);
             std::vector<uint8_t> fans, batched, client;
             for (int way = 0; way < 3; ++way)
             {
@@ -358,7 +364,6 @@ GL_TEST(Paint, APileLooksAsEverySplatDrawnInTurnButOnlyWhatShowsIsShaded)
     EXPECT_GT(paint[0].coreTriangleCount(), 0u);
     EXPECT_EQ(paint[6].coreTriangleCount(), 0u) << "a translucent splat covers nothing";
 
-    Settings& settings = Settings::instance();
     // The paint and how many of its samples passed the tests, with and without a stencil.
     auto draw = [&](bool stencil, GLuint& samples) {
         OffscreenTarget target(stencil);
@@ -380,16 +385,7 @@ GL_TEST(Paint, APileLooksAsEverySplatDrawnInTurnButOnlyWhatShowsIsShaded)
     {
         for (int mipmap : {0, 1, 2})
         {
-            if (settings.getBool("transparency") != transparency)
-            {
-                settings.toggle("transparency");
-            }
-            while (settings.getInt("texture-mipmap") != mipmap)
-            {
-                settings.cycle("texture-mipmap");
-            }
-            const std::string name = std::string(transparency ? "blended" : "cut") + ", mipmap " +
-                                     std::to_string(mipmap);
+            const std::string name = useFilters(transparency, mipmap);
             GLuint layeredSamples = 0, flatSamples = 0;
             const std::vector<uint8_t> layered = draw(true, layeredSamples);
             const std::vector<uint8_t> flat = draw(false, flatSamples);
