@@ -1,6 +1,8 @@
 // End-to-end: the real binary on the X display, driven by real key events.
 #include "E2eTest.h"
 
+#include <csignal>
+
 namespace
 {
 const char* const STARTED = "[SUCCESS] - Successfully started Main Loop\n";
@@ -86,6 +88,30 @@ TEST_F(E2eStartup, ClosingTheWindowQuitsCleanly)
     ASSERT_NE(game.window(), 0ul);
     ASSERT_TRUE(game.closeWindow());
     EXPECT_EQ(game.waitExit(10.0), 0);
+}
+
+TEST_F(E2eStartup, ACrashSaysWhereItHappenedAndEndsAsTheSignalWould)
+{
+#ifdef BLOTCH_SANITIZED
+    GTEST_SKIP() << "the sanitizers report crashes themselves";
+#endif
+    for (int signal : {SIGSEGV, SIGABRT})
+    {
+        SCOPED_TRACE(signal);
+        GameProcess game;
+        ASSERT_TRUE(game.launch());
+        game.sendSignal(signal);
+        EXPECT_EQ(game.waitExit(10.0), 128 + signal);
+        const std::string err = game.errorText();
+        const std::string said = std::string("[CRASH] blotch stopped on ") +
+                                 (signal == SIGSEGV ? "SIGSEGV" : "SIGABRT") + ", called from:\n";
+        const size_t at = err.find(said);
+        ASSERT_NE(at, std::string::npos) << err;
+        // One line a frame, each with its address; the handler itself is the first.
+        const std::string stack = err.substr(at + said.size());
+        EXPECT_NE(stack.find("[0x"), std::string::npos) << stack;
+        EXPECT_NE(stack.find("blotch("), std::string::npos) << stack;
+    }
 }
 
 TEST_F(E2eStartup, WithoutADisplayItSaysSoAndExitsWithZero)

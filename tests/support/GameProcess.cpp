@@ -224,6 +224,14 @@ void GameProcess::kill()
     }
 }
 
+void GameProcess::sendSignal(int number)
+{
+    if (running())
+    {
+        ::kill(pid, number);
+    }
+}
+
 bool GameProcess::waitForError(const std::string& text, double seconds)
 {
     return waitUntil(seconds, [&] { return errorText().find(text) != std::string::npos; });

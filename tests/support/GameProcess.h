@@ -62,6 +62,8 @@ public:
     // The exit status once the game has ended; nothing if it is still running after SECONDS.
     std::optional<int> waitExit(double seconds);
     void kill();
+    // Sends signal NUMBER to the game without waiting for it.
+    void sendSignal(int number);
 
 private:
     void focus();
