@@ -26,8 +26,17 @@ const char* const FAILED_START = "Could not initialize Blotch - MAJOR PROBLEM";
 #define BLOTCH_OWN_CRASH_REPORT 1
 #endif
 
-const int FATAL_SIGNALS[] = {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL};
+struct FatalSignal
+{
+    int number;
+    const char* name;
+};
+const FatalSignal FATAL_SIGNALS[] = {
+    {SIGSEGV, "SIGSEGV"}, {SIGABRT, "SIGABRT"}, {SIGBUS, "SIGBUS"}, {SIGFPE, "SIGFPE"},
+    {SIGILL, "SIGILL"}};
 const int MAX_FRAMES = 64;
+// The report runs on a stack of its own, so a stack that overflowed is reported too.
+alignas(16) char crashStack[64 * 1024];
 
 void say(const char* text)
 {
@@ -36,22 +45,22 @@ void say(const char* text)
 }
 
 // A crash names its signal and prints the call stack on standard error, then ends the game as
-// the signal would have. Only calls that are safe in a signal handler, and no allocation: the
-// heap may be what broke.
-void reportCrash(int signal)
+// the signal would have (the handler is reset on entry). Only calls that are safe in a signal
+// handler, and no allocation: the heap may be what broke.
+void reportCrash(int number)
 {
-    const char* name = signal == SIGSEGV   ? "SIGSEGV"
-                       : signal == SIGABRT ? "SIGABRT"
-                       : signal == SIGBUS  ? "SIGBUS"
-                       : signal == SIGFPE  ? "SIGFPE"
-                                           : "SIGILL";
     say("[CRASH] blotch stopped on ");
-    say(name);
+    for (const FatalSignal& fatal : FATAL_SIGNALS)
+    {
+        if (fatal.number == number)
+        {
+            say(fatal.name);
+        }
+    }
     say(", called from:\n");
     void* frames[MAX_FRAMES];
     backtrace_symbols_fd(frames, backtrace(frames, MAX_FRAMES), STDERR_FILENO);
-    std::signal(signal, SIG_DFL);
-    raise(signal);
+    raise(number);
 }
 
 void installCrashReport()
@@ -63,9 +72,17 @@ void installCrashReport()
     // The first backtrace loads the unwinder, which allocates: do it now, not in the handler.
     void* frames[1];
     backtrace(frames, 1);
-    for (int signal : FATAL_SIGNALS)
+    stack_t stack{};
+    stack.ss_sp = crashStack;
+    stack.ss_size = sizeof(crashStack);
+    sigaltstack(&stack, nullptr);
+    struct sigaction action{};
+    action.sa_handler = reportCrash;
+    action.sa_flags = SA_ONSTACK | SA_RESETHAND;
+    sigemptyset(&action.sa_mask);
+    for (const FatalSignal& fatal : FATAL_SIGNALS)
     {
-        std::signal(signal, reportCrash);
+        sigaction(fatal.number, &action, nullptr);
     }
 }
 } // namespace
