@@ -15,17 +15,6 @@ namespace
 const int MISUSE_STATUS = 2; // as other command-line programs answer a bad command line
 const char* const FAILED_START = "Could not initialize Blotch - MAJOR PROBLEM";
 
-#if defined(__SANITIZE_ADDRESS__)
-#define BLOTCH_OWN_CRASH_REPORT 0 // the sanitizer's own report says more
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define BLOTCH_OWN_CRASH_REPORT 0
-#endif
-#endif
-#ifndef BLOTCH_OWN_CRASH_REPORT
-#define BLOTCH_OWN_CRASH_REPORT 1
-#endif
-
 struct FatalSignal
 {
     int number;
@@ -65,10 +54,9 @@ void reportCrash(int number)
 
 void installCrashReport()
 {
-    if (!BLOTCH_OWN_CRASH_REPORT)
-    {
-        return;
-    }
+#ifdef BLOTCH_SANITIZED
+    return; // the sanitizers' own report says more
+#endif
     // The first backtrace loads the unwinder, which allocates: do it now, not in the handler.
     void* frames[1];
     backtrace(frames, 1);
