@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs what is missing, builds Blotch and starts it from the repository (it reads data/ from
 # the working directory).
 set -euo pipefail

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // bench_fbx_load FILE.fbx [FILE.glb]
 //
 // Loads a binary FBX file five times with our reader (file read, parse, inflate, document),

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Frame time of the playing state on the shipped level with 0 to 10,000 paint splats, from the
 // start position (the splats lie all over the level; those out of view are culled). Runs the
 // real game in a window: needs an X display. Prints the median and 90th percentile per frame, and

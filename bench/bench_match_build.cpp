@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // bench_match_build LEVEL.fbx [RUNS]
 //
 // How long the player waits between pressing Return on the title screen and the first playing

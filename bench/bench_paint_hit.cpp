@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long cutting one paint splat takes: the level's collision tree finds the triangles near the
 // hit, against a scan of every triangle. Terrain levels of 10k, 100k and 1M triangles of about
 // 1 m; 1,000 random hits each. Prints the median CPU time per hit; the last line is

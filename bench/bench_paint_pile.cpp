@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Frame time of the playing state when the paint is heaped where the player looks, as an hour of
 // throwing from one walk leaves it: 0 to 12,000 splats, all at points of the level in view within
 // a few metres of the start position, so most of them are drawn every frame and overlap deeply.

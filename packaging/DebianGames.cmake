@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Run by cpack after it has staged the install and before it builds the Debian package: Debian
 # policy (11.11) puts the binaries of games in /usr/games, while a plain install keeps the
 # GNUInstallDirs bin/. The data is found relative to the binary, and games/ sits beside bin/,

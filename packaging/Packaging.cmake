@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Install layout (GNUInstallDirs) and the Debian package (cpack -G DEB in the build folder).
 # The game finds its data relative to its binary (src/core/DataPath.cpp), so an install can be
 # moved anywhere and the package needs no path fixed at build time.

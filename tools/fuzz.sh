@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Fuzzes the readers of untrusted files: builds the libFuzzer targets with clang (AddressSanitizer
 # and UBSan on) into build-fuzz/ and runs each for SECONDS (default 60) from a copy of its seed
 # corpus in tests/fuzz/corpus/TARGET/, which stays as it is. Prints one line per target and exits

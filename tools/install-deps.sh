@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs the Debian/Ubuntu packages Blotch needs to build, run and test, skipping the ones
 # already present. Safe to run again; needs root or sudo only when something is missing.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Bitmap fonts: data/fonts/bankgothic-black.fnt + _0.tga and bankgothic-black-small.fnt + _0.tga.
 
 Needs the Debian packages python3-pil (with its libraqm, for the kerning) and fonts-league-spartan.

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Desktop icon: packaging/blotch.png, 128 x 128 RGBA, overlapping paint splats, and the other
 sizes the install puts in the hicolor icon theme, packaging/icons/SIZE/blotch.png, each reduced
 from the same large drawing (never enlarged from a smaller picture).

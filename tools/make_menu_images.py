@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Menu pictures: data/textures/menu01.png (title screen) and menu02.png (fallen off the level).
 
 Needs the Debian packages python3-pil and fonts-league-spartan. Run from anywhere:

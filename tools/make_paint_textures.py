@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Paint splat textures: data/textures/paint01.png .. paint05.png.
 
 Needs the Debian package python3-pil. Run from anywhere:

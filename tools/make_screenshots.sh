@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The README's pictures: docs/title.png (the title screen), docs/lit.png (the level in its lit
 # first seconds) and docs/painted.png (the flat white level after a few throws), taken from the
 # real game under a private Xvfb with real key and mouse events (xdotool) and ImageMagick's

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: MIT
 # Sounds: data/sound/Serendipity.mp3 (music loop), shot1.mp3, shot2.mp3 (throws), splash.mp3.
 #
 # Needs the Debian packages sox, libsox-fmt-mp3 (only to report the lengths) and lame. Run from

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Puts small deliberate faults into the game, one at a time, and runs the whole test suite (ctest,
 # as test.sh runs it) against each: every fault must make some test fail. A fault that no test
 # notices is a gap in the tests. A developer's tool, not part of test.sh; it takes a while (one

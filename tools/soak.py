@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """An hour of play: runs the real game and plays it for a given time, then reports.
 
 The player clicks as fast as the shot cooldown lets balls go (four a second) while walking

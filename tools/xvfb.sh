@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by scripts that need an X display: start_xvfb FIRST LAST starts a private Xvfb on the
 # first free display number in FIRST..LAST, exports DISPLAY and sets xvfb_pid (kill it on exit).
 # -noreset: by default the server resets when its last client leaves, and a client that connects

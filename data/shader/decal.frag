@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #version 150 compatibility
 #extension GL_ARB_explicit_attrib_location : require
 #extension GL_ARB_shader_image_load_store : enable

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #version 150 compatibility
 #extension GL_ARB_explicit_attrib_location : require
 // Paint splats, many in one draw: positions are already in level (world) coordinates; each

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #version 150 compatibility
 // The cores of paint splats, drawn into the stencil only: a fragment is kept where the paint
 // there comes out fully opaque, as "decal" would draw it, so whatever lies under it cannot show.

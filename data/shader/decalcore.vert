@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #version 150 compatibility
 #extension GL_ARB_explicit_attrib_location : require
 // The cores of paint splats, as "decal" places its corners: positions are already in level

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #version 150 compatibility
 #extension GL_ARB_explicit_attrib_location : require
 // The page holds white glyphs whose coverage is in alpha: draw that coverage in the text colour.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #version 150 compatibility
 #extension GL_ARB_explicit_attrib_location : require
 // Blurs the frame along each pixel's screen motion: the average of samples spread over the

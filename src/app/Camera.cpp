@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/Camera.h"
 
 #include <SDL_scancode.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/Display.h"
 
 #include "render/GlDebug.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Frame timing from the millisecond tick count. There is no fixed step and no catch-up: a frame

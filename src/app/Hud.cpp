@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/Hud.h"
 
 #include "core/Settings.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/Match.h"
 
 #include "physics/Ball.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/MatchView.h"
 
 #include "app/Hud.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "app/Menu.h"
 
 #include "app/GameState.h"

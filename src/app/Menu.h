@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The full-screen picture shown outside a match: "menu01" on the start screen (state 0) and

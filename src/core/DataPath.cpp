@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/DataPath.h"
 
 #include <SDL.h>

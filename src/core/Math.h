@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Small vector and matrix math over plain float arrays. Matrices are column-major exactly as

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/Settings.h"
 
 #include <cstdio>

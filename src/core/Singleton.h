@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The few process-wide registries (settings, shaders, textures, fonts, sound, physics, the view

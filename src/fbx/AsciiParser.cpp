@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The ASCII FBX format, read by hand: one pass over the bytes, no regex, no streams.
 //
 //   ; comment

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The binary FBX record format.
 //
 // After the 27-byte header, a list of records. A record is

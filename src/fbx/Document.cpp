@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fbx/Document.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fbx/Error.h"
 
 namespace fbx

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fbx/Mesh.h"
 
 namespace fbx

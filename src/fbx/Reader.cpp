@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fbx/Reader.h"
 
 #include <algorithm>

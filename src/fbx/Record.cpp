@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fbx/Record.h"
 
 #include <new>

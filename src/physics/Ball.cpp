@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "physics/Ball.h"
 
 #include <btBulletDynamicsCommon.h>

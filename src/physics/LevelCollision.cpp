@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "physics/LevelCollision.h"
 
 #include "physics/Ball.h"

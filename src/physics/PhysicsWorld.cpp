@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "physics/PhysicsWorld.h"
 
 #include <btBulletDynamicsCommon.h>

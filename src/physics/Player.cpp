@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "physics/Player.h"
 
 #include "physics/Ball.h"

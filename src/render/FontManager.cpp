@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "render/FontManager.h"
 
 #include "core/DataPath.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "render/GlBuffer.h"
 
 #include <GL/glew.h>

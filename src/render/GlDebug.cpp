@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "render/GlDebug.h"
 
 #include <GL/glew.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // GL errors made visible. Mesa says nothing about a GL error unless asked: with

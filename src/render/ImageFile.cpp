@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "render/ImageFile.h"
 
 #include <SDL.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "render/Shader.h"
 
 #include "core/DataPath.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "render/ShaderManager.h"
 
 #include "render/Shader.h"

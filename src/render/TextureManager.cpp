@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "render/TextureManager.h"
 
 #include "core/DataPath.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scene/Frustum.h"
 
 Bounds Bounds::fromMinMax(const Vec3& min, const Vec3& max)

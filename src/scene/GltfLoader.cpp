@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scene/GltfLoader.h"
 
 // One translation unit holds tinygltf's code, built without its image codecs: a level needs no

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scene/Level.h"
 
 #include "core/Settings.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scene/LevelSource.h"
 
 #include "scene/FbxLoader.h"

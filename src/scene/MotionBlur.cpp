@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scene/MotionBlur.h"
 
 #include "render/GlBuffer.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scene/Paint.h"
 
 #include "core/Settings.h"

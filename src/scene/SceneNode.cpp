@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scene/SceneNode.h"
 
 void SceneNode::update(float dt)

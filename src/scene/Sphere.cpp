@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scene/Sphere.h"
 
 #include "core/Settings.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scene/SphereChain.h"
 
 #include "render/Shader.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scene/Splat.h"
 
 #include <algorithm>

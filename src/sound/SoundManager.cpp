@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sound/SoundManager.h"
 
 #include "core/DataPath.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // End-to-end: every file the game reads, in turn missing, empty, cut in half and replaced by
 // random bytes. Each time a short match is played (Return, a throw, its splash): the game must
 // not crash or hang, must say what is wrong where it is told to, and must exit 0 on Escape.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "E2eTest.h"
 
 #include <cstdlib>

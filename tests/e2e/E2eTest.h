@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // What the end-to-end tests share: the real game on the X display (skipped without one), its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // End-to-end: the game installed and run from elsewhere, and its command line.
 #include "E2eTest.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // End-to-end: starting a match shows the level lit, then flat white; the camera answers the
 // mouse and the keys.
 #include "E2eTest.h"

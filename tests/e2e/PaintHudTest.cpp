@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // End-to-end: paint on the flat white level, the shape of a splat on a wall, the overlay, and
 // the "loading..." message.
 #include "E2eTest.h"

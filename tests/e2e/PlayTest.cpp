@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // End-to-end: playing a match on a small hand-made level: standing still, throwing, falling off.
 #include "E2eTest.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // End-to-end: what the game plays really comes out of the mixer. SDL's disk driver writes the
 // mixed output to a file (16-bit stereo at 44.1 kHz, in real time), so the test can listen.
 #include "FbxTestSupport.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // End-to-end: the real binary on the X display, driven by real key events.
 #include "E2eTest.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Cross-check with an independent reader: the triangles FbxLoader produces for a file equal
 // the ones Assimp produces for the same mesh, triangle for triangle, in mesh-local
 // coordinates (Assimp puts node, geometric and unit transforms on nodes, not on vertices).

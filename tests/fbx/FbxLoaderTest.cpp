@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The level import: its conversion rules and its report lines, on small hand-made ASCII
 // files and on the samples.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The FBX reader against real files written by Maya, MotionBuilder, 3ds Max and Blender,
 // and against small files made here to break it.
 

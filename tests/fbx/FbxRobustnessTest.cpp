@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Truncated and corrupted files: every prefix of two small samples, sampled prefixes of the
 // others, and single-byte (and some four-byte) mutations of all of them and of a mesh made
 // here. Each must give an error or a document, never a crash, a hang or a huge allocation.

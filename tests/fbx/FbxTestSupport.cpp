@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FbxTestSupport.h"
 
 #include <libdeflate.h>

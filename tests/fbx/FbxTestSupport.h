@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Shared helpers of the FBX tests: the sample folder, files as bytes, a writer for small

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The BMFont descriptor reader and the text layout on arbitrary text.
 #include "render/FontManager.h"
 

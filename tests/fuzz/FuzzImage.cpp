@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The picture reader on arbitrary bytes, as a PNG and as a TGA (whose format only its name
 // gives away).
 #include "render/ImageFile.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the Debian package from a built tree and checks it the way a distribution would: its
 # file list, its dependencies, lintian, and the desktop entry and AppStream metadata it ships.
 # Usage: check_package.sh BUILD_DIR VERSION

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "physics/CharacterController.h"
 #include "physics/Ball.h"
 #include "physics/PhysicsWorld.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/Math.h"
 #include "render/Shader.h"
 #include "render/ShaderManager.h"

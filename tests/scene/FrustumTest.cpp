@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scene/Frustum.h"
 #include "support/Fixtures.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The glTF level import: what it makes of a small hand-made scene, how it refuses broken files,
 // and that the shipped level reads the same through glTF as through FBX.
 #include "scene/GltfLoader.h"

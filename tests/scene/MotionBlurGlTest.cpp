@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The motion-blur frame on a real game: its render targets, the motion it records and the
 // picture it composes, read back from GL.
 #include "app/Game.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "scene/Level.h"
 #include "support/Fixtures.h"
 #include "support/TestLevel.h"

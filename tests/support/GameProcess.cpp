@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/GameProcess.h"
 #include "support/Fixtures.h"
 

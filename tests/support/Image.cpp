@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/Image.h"
 
 #include <SDL.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/TestLevel.h"
 
 #include "scene/FbxLoader.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Builds Blotch's level and writes it to data/fbx/level.fbx with Blender's FBX exporter and to
 data/gltf/level.glb with its glTF exporter.
 

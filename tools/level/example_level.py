@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A small level made the way the README tells level authors to: Blender objects in metres
 (Blender is Z up), transforms applied, joined into one mesh, exported to FBX with the settings
 of File > Export > FBX that the game needs. Play it with `blotch OUTPUT.fbx`.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Read back the binary FBX files that the level scripts write.
 
 Blender's own importer would undo the very things we need to check (it applies node transforms

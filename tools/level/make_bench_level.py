@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Writes a large level-like FBX or binary glTF (about a million triangles) for the loader benchmark.
 
     blender -b --factory-startup --python tools/level/make_bench_level.py -- OUTPUT.fbx|OUTPUT.glb [TRIANGLES]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Renders small preview pictures of a level file, to judge its layout by eye.
 
     blender -b --factory-startup --python tools/level/render_previews.py -- [LEVEL.fbx] [OUT_DIR]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Checks on the committed level file, the raw FBX reader and the Blender scripts.
 
     python3 -m unittest discover -s tools/level -v
