@@ -5,7 +5,7 @@
 # under AddressSanitizer and UndefinedBehaviorSanitizer, and every fuzz target for a minute.
 set -euo pipefail
 cd "$(dirname "$0")"
-tools/install-deps.sh
+tools/install-deps.sh --test
 jobs=$(nproc)
 
 # Tests and benchmarks on explicitly: play.sh builds into the same folder with them off.

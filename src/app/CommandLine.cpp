@@ -90,8 +90,13 @@ void printHelp()
     std::printf("Blotch %s: walk a level that turns white, and throw paint to see it again.\n\n",
                 VERSION);
     printUsage(stdout);
-    std::printf("\nA level is an FBX file with one triangulated mesh, in metres with Y up; the\n"
-                "player starts at (2, 5, 3) and the match ends below a height of 4.\n\n%s",
+    std::printf("\nA level is an FBX file (binary or ASCII; its last mesh is played, triangulated)\n"
+                "or a glTF 2.0 file (.glb, or .gltf with its buffers; every triangle primitive\n"
+                "of the default scene, node transforms applied), in metres with Y up. The player\n"
+                "starts at (2, 5, 3) and the match ends when the eye falls below a height of 4.\n"
+                "\n"
+                "Progress and errors go to standard error; the level's import report and its\n"
+                "vertex count to standard output.\n\n%s",
                 KEYS);
 
     std::string exeDir;

@@ -61,6 +61,7 @@ bool openWindow(Display& display)
                          WINDOW_HEIGHT, SDL_WINDOW_OPENGL | SDL_WINDOW_SHOWN);
     if (!display.window)
     {
+        std::fprintf(stderr, "[ERROR] Could not open the game's window: %s\n", SDL_GetError());
         return false;
     }
     display.context = SDL_GL_CreateContext(display.window);

@@ -23,7 +23,9 @@
 #include <SDL.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 #include <utility>
 
 namespace
@@ -98,6 +100,12 @@ bool Game::init()
     // Audio is not required: a machine without a sound device plays silently.
     if (SDL_Init(SDL_INIT_VIDEO | SDL_INIT_TIMER | SDL_INIT_EVENTS) < 0)
     {
+        // Almost always the display: say which one was tried, since that is what to fix.
+        const char* display = std::getenv("DISPLAY");
+        const std::string which = display && *display ? std::string("DISPLAY=") + display
+                                                       : std::string("DISPLAY is not set");
+        std::fprintf(stderr, "[ERROR] No display could be opened (%s): %s\n", which.c_str(),
+                     SDL_GetError());
         return false;
     }
     sdlStarted = true;

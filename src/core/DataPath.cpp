@@ -25,6 +25,13 @@ std::string& dataRoot()
     static std::string root = "data";
     return root;
 }
+// PLACE in full, as the messages name it; as given when the working directory is unknown.
+std::string absolutePath(const std::string& place)
+{
+    std::error_code error;
+    const std::filesystem::path full = std::filesystem::absolute(place, error);
+    return error ? place : full.lexically_normal().string();
+}
 } // namespace
 
 std::vector<std::string> dataSearchOrder(const char* environment, const std::string& exeDir)
@@ -66,7 +73,16 @@ bool locateData()
         exeDir = base;
         SDL_free(base);
     }
-    const std::vector<std::string> places = dataSearchOrder(std::getenv(DATA_VARIABLE), exeDir);
+    const char* environment = std::getenv(DATA_VARIABLE);
+    const std::vector<std::string> places = dataSearchOrder(environment, exeDir);
+    // A variable that points nowhere useful is a mistake worth a line, not a reason to stop.
+    if (environment && *environment && !holdsData(environment))
+    {
+        std::fprintf(stderr,
+                     "[WARNING] %s is %s, which holds no game data (folders fbx, shader, textures,"
+                     " fonts, sound); looking in the other places\n",
+                     DATA_VARIABLE, absolutePath(environment).c_str());
+    }
     for (const std::string& place : places)
     {
         if (holdsData(place))
@@ -79,9 +95,7 @@ bool locateData()
     std::string tried;
     for (const std::string& place : places)
     {
-        std::error_code error;
-        const std::filesystem::path full = std::filesystem::absolute(place, error);
-        tried += (tried.empty() ? "" : ", ") + (error ? place : full.lexically_normal().string());
+        tried += (tried.empty() ? "" : ", ") + absolutePath(place);
     }
     std::fprintf(stderr,
                  "[ERROR] Found no game data (folders fbx, shader, textures, fonts, sound) in: %s;"

@@ -19,8 +19,10 @@ std::vector<std::string> dataSearchOrder(const char* environment, const std::str
 // True when DIR has every folder the game reads from.
 bool holdsData(const std::string& dir);
 
-// Finds the data tree in dataSearchOrder() and makes dataFile() read from it. When no place
-// holds it, prints one line naming every place tried to standard error and returns false.
+// Finds the data tree in dataSearchOrder() and makes dataFile() read from it. A BLOTCH_DATA
+// that holds no data tree gets a warning line on standard error, and the search goes on. When
+// no place holds it, prints one line naming every place tried to standard error and returns
+// false.
 [[nodiscard]] bool locateData();
 
 // The path of RELATIVE ("shader/menu.vert") inside the data tree.

@@ -22,6 +22,28 @@ const size_t BINARY_HEADER_SIZE = 27;
 const uint32_t OLDEST_VERSION = 6000; // 6.0 files share 6.1's layout
 const uint32_t NEWEST_VERSION = 7999; // 7.7 is the newest there is; 8.x would be a new format
 const size_t ASCII_VERSION_SCAN = 64 * 1024; // "FBXVersion:" sits in the first few hundred bytes
+// A file whose first 21 bytes are the binary magic but for this many is a damaged FBX file, not
+// some other kind of file: random bytes never come that close.
+const size_t DAMAGED_MAGIC_BYTES = 4;
+
+// How many of the first bytes differ from the binary magic; all of them when the file is shorter.
+size_t magicMismatches(std::span<const uint8_t> b)
+{
+    if (b.size() < BINARY_MAGIC_SIZE)
+        return BINARY_MAGIC_SIZE;
+    size_t differ = 0;
+    for (size_t i = 0; i < BINARY_MAGIC_SIZE; ++i)
+        differ += b[i] != static_cast<uint8_t>(BINARY_MAGIC[i]);
+    return differ;
+}
+
+size_t firstMismatch(std::span<const uint8_t> b)
+{
+    size_t i = 0;
+    while (i < BINARY_MAGIC_SIZE && b[i] == static_cast<uint8_t>(BINARY_MAGIC[i]))
+        ++i;
+    return i;
+}
 
 bool isSpace(uint8_t c)
 {
@@ -161,7 +183,10 @@ Result<FileInfo> sniff(std::span<const uint8_t> bytes)
             return Error{"file ends inside the binary FBX header", {}, 0};
         info.format = Format::Binary;
         if (bytes[22] > 1)
-            return Error{"unknown byte order flag " + std::to_string(bytes[22]), {}, 22};
+            return Error{"damaged binary FBX header: unknown byte order flag " +
+                             std::to_string(bytes[22]),
+                         {},
+                         22};
         info.bigEndian = bytes[22] == 1;
         uint32_t v;
         std::memcpy(&v, bytes.data() + 23, 4);
@@ -173,6 +198,13 @@ Result<FileInfo> sniff(std::span<const uint8_t> bytes)
                 "unsupported FBX version " + std::to_string(v), {}, 23, ErrorKind::Unsupported};
         return info;
     }
+    const size_t mismatches = magicMismatches(bytes);
+    if (mismatches <= DAMAGED_MAGIC_BYTES)
+        return Error{"damaged binary FBX header: " + std::to_string(mismatches) + " of the " +
+                         std::to_string(BINARY_MAGIC_SIZE) +
+                         " bytes of its \"Kaydara FBX Binary\" magic are wrong",
+                     {},
+                     static_cast<int64_t>(firstMismatch(bytes))};
     if (looksLikeAsciiRecords(bytes))
     {
         info.format = Format::Ascii;

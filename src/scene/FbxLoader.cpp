@@ -4,8 +4,10 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdio>
+#include <initializer_list>
 #include <memory>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "fbx/Document.h"
@@ -31,6 +33,54 @@ float narrow(double d)
     if (d != d)
         return NAN;
     return d > 0 ? INFINITY : -INFINITY;
+}
+
+// The first element (of COMPONENTS values each) holding a value that is not a finite number,
+// or -1 when all are finite.
+int64_t firstNonFinite(const float* values, size_t count, size_t components)
+{
+    for (size_t i = 0; i < count * components; ++i)
+        if (!std::isfinite(values[i]))
+            return static_cast<int64_t>(i / components);
+    return -1;
+}
+
+// Gives every triangle with a normal that is not finite the normal of its face (zero for a
+// degenerate one); returns how many it changed.
+size_t replaceNonFiniteNormals(const float* vertices, float* normals, size_t count)
+{
+    size_t replaced = 0;
+    for (size_t t = 0; t + 2 < count; t += 3)
+    {
+        if (firstNonFinite(normals + t * 3, 3, 3) < 0)
+            continue;
+        const float* a = vertices + t * 4;
+        const float* b = a + 4;
+        const float* c = a + 8;
+        const double u[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
+        const double w[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
+        const double n[3] = {u[1] * w[2] - u[2] * w[1], u[2] * w[0] - u[0] * w[2],
+                             u[0] * w[1] - u[1] * w[0]};
+        double length = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+        length = length > 0 ? length : 1;
+        for (size_t k = t; k < t + 3; ++k)
+            for (int r = 0; r < 3; ++r)
+                normals[k * 3 + r] = static_cast<float>(n[r] / length);
+        ++replaced;
+    }
+    return replaced;
+}
+
+std::string numbers(std::initializer_list<double> values)
+{
+    std::string out;
+    char one[32];
+    for (double v : values)
+    {
+        std::snprintf(one, sizeof one, "%g", v);
+        out += (out.empty() ? "" : ", ") + std::string(one);
+    }
+    return "(" + out + ")";
 }
 
 void printBanner(const char* title)
@@ -232,6 +282,7 @@ bool FbxLoader::load(const std::string& path)
     std::printf("\n-------loading the scene\n");
     scene_.reset();
     error_.clear();
+    path_ = path;
     vertices.reset();
     normals.reset();
     uvs.reset();
@@ -279,7 +330,8 @@ bool FbxLoader::load(const std::string& path)
     }
     if (!scene)
     {
-        error_ = scene.error().text();
+        // A file that could not be read names itself already; a bad one is named here.
+        error_ = file ? path + ": " + scene.error().text() : scene.error().text();
         std::printf("Importing File failed: %s\n", error_.c_str());
         return false;
     }
@@ -357,7 +409,7 @@ void FbxLoader::convertNodes()
                 std::printf("Mesh Name: %s\n", node.name.c_str());
                 if (node.mesh >= 0)
                 {
-                    convertMesh(scene_->meshes()[node.mesh]);
+                    convertMesh(scene_->meshes()[node.mesh], node.name);
                     ++meshes;
                     played = node.name.c_str();
                 }
@@ -389,8 +441,9 @@ void FbxLoader::convertNodes()
                      meshes, *played ? ", \"" : "", played, *played ? "\"" : "");
 }
 
-void FbxLoader::convertMesh(const Mesh& mesh)
+void FbxLoader::convertMesh(const Mesh& mesh, const std::string& name)
 {
+    error_.clear(); // only the last mesh is played, so only its problems count
     if (verbose)
         printControlPoints(mesh);
 
@@ -431,6 +484,26 @@ void FbxLoader::convertMesh(const Mesh& mesh)
         storePositions(mesh, count, corner, vertices.get());
         storeLayers(mesh, normalLayers, 3, count, corner, normals.get());
         storeLayers(mesh, uvLayers, 2, count, corner, uvs.get());
+        // A position or texture coordinate that is not a finite number would poison the
+        // collision tree and the paint: such a mesh is refused, naming the first bad value.
+        const int64_t position = firstNonFinite(vertices.get(), count, 4);
+        const int64_t uv = firstNonFinite(uvs.get(), count, 2);
+        if (position >= 0)
+        {
+            const int32_t point = mesh.polygonVertex(corner(static_cast<size_t>(position)));
+            const double* p = mesh.controlPoints.data() + size_t(point) * 3;
+            error_ = path_ + ": mesh \"" + name + "\" has a position that is not a finite number: " +
+                     "control point " + std::to_string(point) + " is " +
+                     numbers({p[0], p[1], p[2]});
+        }
+        else if (uv >= 0)
+        {
+            const float* t = uvs.get() + uv * 2;
+            error_ = path_ + ": mesh \"" + name +
+                     "\" has a texture coordinate that is not a finite number: polygon vertex " +
+                     std::to_string(corner(static_cast<size_t>(uv))) + " has " +
+                     numbers({t[0], t[1]});
+        }
     };
     if (triangulated)
     {
@@ -448,6 +521,21 @@ void FbxLoader::convertMesh(const Mesh& mesh)
         }
         store([&corners](size_t v) { return corners[v]; });
     }
+    if (!error_.empty())
+    {
+        std::printf("Converting failed: %s\n", error_.c_str());
+        vertices.reset();
+        normals.reset();
+        uvs.reset();
+        vertexCount = 0;
+        return;
+    }
+    // A normal only lights the first seconds: one that is not finite is replaced by its face's.
+    if (const size_t replaced = replaceNonFiniteNormals(vertices.get(), normals.get(), count))
+        std::fprintf(stderr,
+                     "The level file's mesh \"%s\" has normals that are not finite numbers; %zu "
+                     "triangles are lit with their face normals instead\n",
+                     name.c_str(), replaced);
     if (verbose)
         printEdgeVisibility(mesh);
 }

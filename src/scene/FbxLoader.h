@@ -39,7 +39,8 @@ public:
     // a file with more than one says so on standard error.
     void convertNodes();
 
-    // Why the last load() failed; empty after a successful one.
+    // Why the last load() failed, or why the last mesh was refused by convertNodes() (a
+    // position or texture coordinate that is not a finite number); empty otherwise.
     const std::string& error() const { return error_; }
 
 private:
@@ -53,7 +54,7 @@ public:
     int32_t vertexCount = 0;           // 3 per triangle
 
 private:
-    void convertMesh(const fbx::Mesh& mesh);
+    void convertMesh(const fbx::Mesh& mesh, const std::string& name);
     // The per-polygon report lines: group assignments, and in verbose mode every corner.
     void reportPolygons(const fbx::Mesh& mesh,
                         const std::vector<const fbx::LayerElement*>& groups) const;
@@ -62,5 +63,6 @@ private:
     void printEdgeVisibility(const fbx::Mesh& mesh) const;
     static void printGeometricTransform(const fbx::Node& node);
 
+    std::string path_; // of the last load(), to name it in errors
     std::string error_;
 };

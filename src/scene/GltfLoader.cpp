@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <string_view>
 #include <vector>
 
 namespace
@@ -34,6 +35,11 @@ const size_t MAX_NODE_DEPTH = 1000; // deeper trees are hostile, not levels
 const int MODE_TRIANGLES = 4;       // glTF primitive modes
 const int MODE_TRIANGLE_STRIP = 5;
 const int MODE_TRIANGLE_FAN = 6;
+const char* const DRACO = "KHR_draco_mesh_compression";
+const size_t GLB_JSON_AT = 20; // the binary header (12 bytes) and the JSON chunk's (8)
+// Extensions that store the geometry in a form the import does not decode: a file that requires
+// one has nothing else to read.
+const char* const UNREAD_GEOMETRY[] = {"EXT_meshopt_compression", "KHR_mesh_quantization"};
 
 using Mat4 = std::array<double, 16>; // column-major, as glTF stores it
 
@@ -95,6 +101,7 @@ struct Draw
     const tinygltf::Primitive* primitive;
     Mat4 world;
     uint64_t triangles;
+    int mesh; // its index in the model, to name it
 };
 
 // A checked view of one accessor's elements inside its buffer.
@@ -233,6 +240,27 @@ uint32_t indexAt(const Elements& e, uint64_t i)
     }
 }
 
+bool finite(const float* values, int count)
+{
+    for (int i = 0; i < count; ++i)
+        if (!std::isfinite(values[i]))
+            return false;
+    return true;
+}
+
+// "(1, nan, 3)"
+std::string numbers(const float* values, int count)
+{
+    std::string out;
+    char one[32];
+    for (int i = 0; i < count; ++i)
+    {
+        std::snprintf(one, sizeof one, "%g", values[i]);
+        out += (i ? ", " : "") + std::string(one);
+    }
+    return "(" + out + ")";
+}
+
 uint64_t triangleCount(int mode, uint64_t corners)
 {
     if (mode == MODE_TRIANGLES)
@@ -327,6 +355,30 @@ bool skipImage(tinygltf::Image*, const int, std::string*, std::string*, int, int
     return true;
 }
 
+// Draco-compressed meshes are refused: tinygltf's decoding glue trusts the file's indices and
+// sizes, and a level gains nothing from the compression.
+std::string dracoRefusal(const std::string& path)
+{
+    return path + ": its meshes are compressed with Draco (" + DRACO +
+           "), which the game does not read; export the level again without compression "
+           "(Blender: File > Export > glTF 2.0, untick Geometry > Compression)";
+}
+
+// Why the game cannot read what the file requires, or "" when it can.
+std::string unreadExtension(const tinygltf::Model& model, const std::string& path)
+{
+    for (const std::string& name : model.extensionsRequired)
+    {
+        if (name == DRACO)
+            return dracoRefusal(path);
+        for (const char* unread : UNREAD_GEOMETRY)
+            if (name == unread)
+                return path + " stores its meshes with the glTF extension " + name +
+                       ", which the game does not read; export it again without it";
+    }
+    return {};
+}
+
 std::string firstLine(const std::string& text)
 {
     const size_t end = text.find('\n');
@@ -389,7 +441,19 @@ bool GltfLoader::load(const std::string& path)
     }
     if (!ok)
     {
-        error_ = path + " is not a readable glTF file: " + firstLine(err.empty() ? warn : err);
+        // tinygltf stops at the first accessor a Draco file leaves without plain data.
+        const size_t jsonAt = binary ? std::min<size_t>(GLB_JSON_AT, bytes.size()) : 0;
+        const std::string_view text(reinterpret_cast<const char*>(bytes.data()) + jsonAt,
+                                    std::min<size_t>(jsonBytes, bytes.size() - jsonAt));
+        error_ = text.find(DRACO) != std::string_view::npos
+                     ? dracoRefusal(path)
+                     : path + " is not a readable glTF file: " + firstLine(err.empty() ? warn : err);
+        std::printf("Reading File failed: %s\n", error_.c_str());
+        return false;
+    }
+    error_ = unreadExtension(*model, path);
+    if (!error_.empty())
+    {
         std::printf("Reading File failed: %s\n", error_.c_str());
         return false;
     }
@@ -480,7 +544,9 @@ LevelMesh GltfLoader::convert()
                     model, primitive.indices >= 0 ? primitive.indices : position->second, elements);
                 if (!problem.empty())
                 {
-                    error_ = path_ + ": " + problem;
+                    // Draco without a plain fallback leaves its accessors without data.
+                    error_ = primitive.extensions.count(DRACO) ? dracoRefusal(path_)
+                                                               : path_ + ": " + problem;
                     break;
                 }
                 const uint64_t count = triangleCount(mode, elements.count);
@@ -491,7 +557,7 @@ LevelMesh GltfLoader::convert()
                              " triangles from " + std::to_string(stored) + " bytes of buffers";
                     break;
                 }
-                draws.push_back({&primitive, world, count});
+                draws.push_back({&primitive, world, count, node.mesh});
             }
         }
         for (auto it = node.children.rbegin(); it != node.children.rend(); ++it)
@@ -509,6 +575,7 @@ LevelMesh GltfLoader::convert()
     mesh.normals = std::make_unique<float[]>(vertexCount * 3);
     mesh.uvs = std::make_unique<float[]>(vertexCount * 2);
     size_t out = 0;
+    size_t normalsReplaced = 0; // triangles whose stored normals were not finite
     for (const Draw& draw : draws)
     {
         const tinygltf::Primitive& primitive = *draw.primitive;
@@ -549,9 +616,13 @@ LevelMesh GltfLoader::convert()
         }
         if (!problem.empty())
         {
-            error_ = path_ + ": " + problem;
+            error_ = primitive.extensions.count(DRACO) ? dracoRefusal(path_)
+                                                       : path_ + ": " + problem;
             break;
         }
+        const std::string meshName = model.meshes[draw.mesh].name.empty()
+                                         ? "mesh " + std::to_string(draw.mesh)
+                                         : "mesh \"" + model.meshes[draw.mesh].name + "\"";
 
         // normals go through the cofactor matrix (cof[c * 3 + r] is row r, column c): the inverse
         // transpose up to a scale, defined even for a flattening transform; a mirroring one also
@@ -570,6 +641,7 @@ LevelMesh GltfLoader::convert()
             if (mirrored)
                 std::swap(corners[1], corners[2]);
             const size_t base = out;
+            bool faceNormal = !hasNormals;
             for (uint64_t corner : corners)
             {
                 const uint64_t v = primitive.indices >= 0 ? indexAt(indices, corner) : corner;
@@ -585,6 +657,18 @@ LevelMesh GltfLoader::convert()
                     mesh.vertices[out * 4 + r] =
                         float(m[r] * p[0] + m[4 + r] * p[1] + m[8 + r] * p[2] + m[12 + r]);
                 mesh.vertices[out * 4 + 3] = 1.0f;
+                // A value that is not a finite number would poison the collision tree and the
+                // paint: refused, naming the first one (in the file, or made by the transform).
+                if (!finite(&mesh.vertices[out * 4], 3))
+                {
+                    error_ = path_ + ": " + meshName +
+                             " has a position that is not a finite number: vertex " +
+                             std::to_string(v) + " is " + numbers(p, 3) +
+                             (finite(p, 3) ? " in the file and not finite once its node's "
+                                             "transform is applied"
+                                           : "");
+                    break;
+                }
                 if (hasNormals)
                 {
                     float stored[3];
@@ -600,17 +684,28 @@ LevelMesh GltfLoader::convert()
                     len = len > 0 ? std::sqrt(len) : 1;
                     for (int r = 0; r < 3; ++r)
                         mesh.normals[out * 3 + r] = float(n[r] / len);
+                    // one that is not finite only loses its light: the face's normal is used
+                    faceNormal = faceNormal || !finite(&mesh.normals[out * 3], 3);
                 }
                 if (hasUvs)
                 {
                     // glTF counts v from the top of the image, the game from the bottom
-                    mesh.uvs[out * 2] = component(uvs, v, 0);
-                    mesh.uvs[out * 2 + 1] = 1.0f - component(uvs, v, 1);
+                    const float uv[2] = {component(uvs, v, 0), component(uvs, v, 1)};
+                    if (!finite(uv, 2))
+                    {
+                        error_ = path_ + ": " + meshName +
+                                 " has a texture coordinate that is not a finite number: vertex " +
+                                 std::to_string(v) + " has " + numbers(uv, 2);
+                        break;
+                    }
+                    mesh.uvs[out * 2] = uv[0];
+                    mesh.uvs[out * 2 + 1] = 1.0f - uv[1];
                 }
                 ++out;
             }
-            if (!hasNormals && error_.empty())
+            if (faceNormal && error_.empty())
             {
+                normalsReplaced += hasNormals;
                 // one normal per face, from its world corners
                 const float* a = &mesh.vertices[base * 4];
                 const float* b = a + 4;
@@ -634,6 +729,11 @@ LevelMesh GltfLoader::convert()
         std::printf("Converting failed: %s\n", error_.c_str());
         return LevelMesh{};
     }
+    if (normalsReplaced > 0)
+        std::fprintf(stderr,
+                     "The level file %s has normals that are not finite numbers; %zu triangles "
+                     "are lit with their face normals instead\n",
+                     path_.c_str(), normalsReplaced);
     std::printf("    Scene %zu: %zu meshes, %zu primitives (%zu skipped), %llu triangles\n",
                 sceneIndex, meshes, draws.size(), skipped,
                 static_cast<unsigned long long>(triangles));

@@ -5,8 +5,14 @@
 #include "scene/GltfLoader.h"
 
 #include <cctype>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
@@ -47,8 +53,57 @@ private:
     GltfLoader loader;
 };
 
-// glTF by its binary magic or a JSON opening brace; everything else, ASCII FBX included, and a
-// file that cannot be opened go to the FBX reader, which reports them.
+// A path that names no readable regular file: refused before any reader opens it, because
+// opening a named pipe would wait for a writer for ever and a directory or a device holds no
+// level. Prints the reading report's failure line as the readers do.
+class RefusedLevelSource : public LevelSource
+{
+public:
+    explicit RefusedLevelSource(std::string reason) : reason(std::move(reason)) {}
+    void read(const std::string&) override
+    {
+        std::printf("\n-------loading the scene\nReading File failed: %s\n", reason.c_str());
+    }
+    LevelMesh takeMesh() override { return {}; }
+    const std::string& error() const override { return reason; }
+
+private:
+    std::string reason;
+};
+
+const char* fileKind(mode_t mode)
+{
+    if (S_ISDIR(mode))
+        return "a directory";
+    if (S_ISFIFO(mode))
+        return "a named pipe";
+    if (S_ISSOCK(mode))
+        return "a socket";
+    if (S_ISCHR(mode))
+        return "a character device";
+    if (S_ISBLK(mode))
+        return "a block device";
+    return "not a regular file";
+}
+
+// Why PATH cannot be a level file, or "" when it is a regular file that can be opened.
+std::string levelFileProblem(const std::string& path)
+{
+    struct stat info;
+    if (::stat(path.c_str(), &info) != 0)
+        return "cannot open " + path + ": " + std::strerror(errno);
+    if (!S_ISREG(info.st_mode))
+        return path + " is " + fileKind(info.st_mode) + ", not a level file";
+    // A regular file never blocks on open: this is only the permission check, with the reason.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return "cannot open " + path + ": " + std::strerror(errno);
+    ::close(fd);
+    return {};
+}
+
+// glTF by its binary magic or a JSON opening brace; everything else, ASCII FBX included, goes
+// to the FBX reader, which reports what it is not.
 bool looksLikeGltf(const std::string& path)
 {
     char head[SNIFF_BYTES] = {};
@@ -66,6 +121,9 @@ bool looksLikeGltf(const std::string& path)
 
 std::unique_ptr<LevelSource> levelSourceFor(const std::string& path)
 {
+    std::string problem = levelFileProblem(path);
+    if (!problem.empty())
+        return std::make_unique<RefusedLevelSource>(std::move(problem));
     if (looksLikeGltf(path))
         return std::make_unique<GltfLevelSource>();
     return std::make_unique<FbxLevelSource>();

@@ -27,5 +27,6 @@ public:
     virtual const std::string& error() const = 0;
 };
 
-// The source for the level file PATH.
+// The source for the level file PATH. A path that names no readable regular file (missing, a
+// directory, a named pipe, a device, no permission) gets a source that only reports why.
 std::unique_ptr<LevelSource> levelSourceFor(const std::string& path);

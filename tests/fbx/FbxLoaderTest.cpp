@@ -154,3 +154,60 @@ TEST(FbxLoader, FailedImportsSayWhyAndLeaveNothing)
         EXPECT_TRUE(!loader.vertices && !loader.normals && !loader.uvs);
     }
 }
+
+TEST(FbxLoader, NonFinitePositionsAndUvsAreRefusedNamingTheFirstAndNormalsAreReplaced)
+{
+    // 1e300 is a double that no float holds: the game would get an infinity.
+    AsciiMesh bad{"floor", {0, 0, 0, 1, 0, 0, 1e300, 1, 0, 0, 1, 0}, {0, 1, -3, 0, 2, -4}, "", ""};
+    FbxLoader positions;
+    importText(positions, asciiFile({bad}));
+    EXPECT_EQ(positions.vertexCount, 0);
+    EXPECT_TRUE(!positions.vertices && !positions.normals && !positions.uvs);
+    EXPECT_NE(positions.error().find("loader.fbx: mesh \"floor\" has a position that is not a "
+                                     "finite number: control point 2 is (1e+300, 1, 0)"),
+              std::string::npos)
+        << positions.error();
+
+    FbxLoader uvs;
+    importText(uvs, twoTriangles(layerElement("UV", 0, "ByPolygonVertex", "IndexToDirect",
+                                              "UV: *8 {a: 0,0, 1,0, 1,1e300, 0,1} "
+                                              "UVIndex: *6 {a: 0,1,2, 0,2,3}"),
+                                 layerOf(0, {{"UV", 0}})));
+    EXPECT_EQ(uvs.vertexCount, 0);
+    EXPECT_NE(uvs.error().find("mesh \"floor\" has a texture coordinate that is not a finite "
+                               "number: polygon vertex 2 has (1, inf)"),
+              std::string::npos)
+        << uvs.error();
+
+    // A bad normal only costs the light of its triangle: the face's own normal takes its place.
+    FbxLoader normals;
+    testing::internal::CaptureStderr();
+    importText(normals, twoTriangles(layerElement("Normal", 0, "ByPolygonVertex", "Direct",
+                                                  "Normals: *18 {a: 0,0,1, 0,0,1, 0,0,1, "
+                                                  "0,0,1, 1e300,0,1, 0,0,1}"),
+                                     layerOf(0, {{"Normal", 0}})));
+    const std::string said = testing::internal::GetCapturedStderr();
+    ASSERT_EQ(normals.vertexCount, 6) << normals.error();
+    EXPECT_EQ(normals.error(), "");
+    EXPECT_EQ(text(normals.normals.get(), 18), "0 0 1 0 0 1 0 0 1 0 0 1 0 0 1 0 0 1");
+    EXPECT_NE(said.find("mesh \"floor\" has normals that are not finite numbers; 1 triangles"),
+              std::string::npos)
+        << said;
+}
+
+TEST(FbxLoader, AFileWhoseBinaryHeaderIsDamagedIsCalledDamaged)
+{
+    BinaryFbxWriter writer;
+    writer.record("FBXHeaderExtension", int32_t(1));
+    std::vector<uint8_t> bytes = writer.finish();
+    bytes[3] ^= 0x20; // "KayDara"
+    bytes[12] = '?';
+    const std::string path = tempPath("damaged.fbx");
+    writeBytes(path, bytes);
+    FbxLoader loader;
+    const std::string report = import(loader, path);
+    std::remove(path.c_str());
+    EXPECT_EQ(loader.error(), path + ": at byte 3: damaged binary FBX header: 2 of the 21 bytes "
+                                     "of its \"Kaydara FBX Binary\" magic are wrong");
+    EXPECT_EQ(report.find("not an FBX file"), std::string::npos) << report;
+}

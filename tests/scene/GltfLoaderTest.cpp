@@ -221,3 +221,69 @@ TEST_F(GltfLoaderTest, ShippedLevelIsTheSameThroughGltfAndFbx)
     }
     EXPECT_NEAR(gltf.area / fbx.area, 1.0, 1e-4);
 }
+
+TEST_F(GltfLoaderTest, NonFinitePositionsAreRefusedNamingTheFirstAndNormalsAreReplaced)
+{
+    std::string buffer = squareBuffer();
+    const float infinity = INFINITY, nan = NAN;
+    std::memcpy(&buffer[4 * 4], &infinity, 4); // y of position 1
+    write("inf.bin", buffer);
+    std::string error;
+    EXPECT_EQ(play(write("inf.gltf", squareJson("inf.bin")), &error).vertexCount, 0);
+    EXPECT_EQ(error, dir + "/inf.gltf: mesh 0 has a position that is not a finite number: "
+                           "vertex 1 is (1, inf, 0)");
+
+    // Finite in the file, but not once the node's transform has scaled it past a float.
+    write("square.bin", squareBuffer());
+    EXPECT_EQ(play(write("huge.gltf", squareJson("square.bin", R"("scale":[2,2,2])",
+                                                 R"("scale":[1e39,1e39,1e39])")),
+                   &error)
+                  .vertexCount,
+              0);
+    EXPECT_NE(error.find("has a position that is not a finite number: vertex 1 is (1, 0, 0) in "
+                         "the file and not finite once its node's transform is applied"),
+              std::string::npos)
+        << error;
+
+    // A stored normal that is not finite: its triangle is lit with the face's normal.
+    buffer = squareBuffer();
+    std::memcpy(&buffer[68 + 12], &nan, 4); // x of normal 1
+    write("nan.bin", buffer);
+    testing::internal::CaptureStderr();
+    const LevelMesh mesh = play(write("nan.gltf", squareJson("nan.bin")), &error);
+    const std::string said = testing::internal::GetCapturedStderr();
+    ASSERT_EQ(mesh.vertexCount, 12) << error;
+    for (int32_t i = 0; i < mesh.vertexCount * 3; ++i)
+        ASSERT_TRUE(std::isfinite(mesh.normals[i])) << i;
+    EXPECT_NEAR(mesh.normals[6 * 3], -1.0f, 1e-5); // the turned strip faces -x
+    EXPECT_NE(said.find("nan.gltf has normals that are not finite numbers; 2 triangles"),
+              std::string::npos)
+        << said;
+}
+
+TEST_F(GltfLoaderTest, DracoCompressedMeshesAreRefusedSayingHowToExportWithoutIt)
+{
+    write("square.bin", squareBuffer());
+    // Required: there is nothing else to read.
+    const std::string required =
+        squareJson("square.bin", R"({"asset":{"version":"2.0"},)",
+                   R"({"asset":{"version":"2.0"},"extensionsUsed":["KHR_draco_mesh_compression"],)"
+                   R"("extensionsRequired":["KHR_draco_mesh_compression"],)");
+    // Only used, but the primitive's positions have no data outside the compressed view.
+    std::string used = squareJson(
+        "square.bin", R"({"attributes":{"POSITION":0},"indices":1},)",
+        R"({"attributes":{"POSITION":4},"indices":1,"extensions":{"KHR_draco_mesh_compression":)"
+        R"({"bufferView":0,"attributes":{"POSITION":0}}}},)");
+    const std::string last = R"("count":4,"type":"VEC3"}])";
+    used.replace(used.find(last), last.size(),
+                 R"("count":4,"type":"VEC3"},{"componentType":5126,"count":4,"type":"VEC3"}])");
+    for (const std::string& json : {required, used})
+    {
+        std::string error;
+        EXPECT_EQ(play(write("draco.gltf", json), &error).vertexCount, 0);
+        EXPECT_EQ(error, dir + "/draco.gltf: its meshes are compressed with Draco "
+                               "(KHR_draco_mesh_compression), which the game does not read; "
+                               "export the level again without compression (Blender: File > "
+                               "Export > glTF 2.0, untick Geometry > Compression)");
+    }
+}
