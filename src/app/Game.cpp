@@ -59,6 +59,17 @@ Mat4 screenOrtho()
 {
     return math::orthographic(-512.0f, 512.0f, -384.0f, 384.0f, -1000.0f, 1000.0f);
 }
+
+// SDL falls back on a video driver that shows nothing when no display answers, and the GL
+// start then fails with a meaningless error; one asked for through SDL_VIDEODRIVER is kept.
+bool onADisplay()
+{
+    const char* driver = SDL_GetCurrentVideoDriver();
+    const char* asked = std::getenv("SDL_VIDEODRIVER");
+    const bool invisible =
+        driver && (std::strcmp(driver, "offscreen") == 0 || std::strcmp(driver, "dummy") == 0);
+    return !invisible || (asked && *asked);
+}
 } // namespace
 
 Game::Game() : Game(dataFile(SHIPPED_LEVEL)) {}
@@ -98,17 +109,18 @@ Game::~Game()
 bool Game::init()
 {
     // Audio is not required: a machine without a sound device plays silently.
-    if (SDL_Init(SDL_INIT_VIDEO | SDL_INIT_TIMER | SDL_INIT_EVENTS) < 0)
+    const bool started = SDL_Init(SDL_INIT_VIDEO | SDL_INIT_TIMER | SDL_INIT_EVENTS) >= 0;
+    sdlStarted = started;
+    if (!started || !onADisplay())
     {
-        // Almost always the display: say which one was tried, since that is what to fix.
+        // Say which display was tried, since that is what to fix.
         const char* display = std::getenv("DISPLAY");
         const std::string which = display && *display ? std::string("DISPLAY=") + display
                                                        : std::string("DISPLAY is not set");
-        std::fprintf(stderr, "[ERROR] No display could be opened (%s): %s\n", which.c_str(),
-                     SDL_GetError());
+        std::fprintf(stderr, "[ERROR] No display could be opened (%s)%s%s\n", which.c_str(),
+                     started ? "" : ": ", started ? "" : SDL_GetError());
         return false;
     }
-    sdlStarted = true;
     if (!openWindow(*display))
     {
         return false;

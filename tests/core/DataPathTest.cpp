@@ -35,3 +35,20 @@ TEST(DataPath, ATreeHoldsDataOnlyWithEveryFolderTheGameReads)
     EXPECT_EQ(dataFile("shader/menu.vert"), "data/shader/menu.vert"); // until locateData() runs
     fs::remove_all(root);
 }
+
+TEST(DataPath, AVariableThatHoldsNoDataIsWarnedAboutAndTheSearchGoesOn)
+{
+    // From the repository, whose data/ the search finds next.
+    const fs::path before = fs::current_path();
+    fs::current_path(BLOTCH_SOURCE_DIR);
+    setenv("BLOTCH_DATA", "/nonexistent/blotch-data", 1);
+    testing::internal::CaptureStderr();
+    const bool found = locateData();
+    const std::string said = testing::internal::GetCapturedStderr();
+    unsetenv("BLOTCH_DATA");
+    fs::current_path(before);
+    EXPECT_TRUE(found);
+    EXPECT_EQ(said, "[WARNING] BLOTCH_DATA is /nonexistent/blotch-data, which holds no game data "
+                    "(folders fbx, shader, textures, fonts, sound); looking in the other places\n");
+    EXPECT_TRUE(fs::is_regular_file(fs::path(BLOTCH_SOURCE_DIR) / dataFile("shader/menu.vert")));
+}

@@ -123,6 +123,10 @@ TEST_F(E2eStartup, WithoutADisplayItSaysSoAndExitsWithZero)
     const std::string err = game.errorText();
     EXPECT_EQ(err.substr(err.size() - std::string(FAILED).size()), FAILED) << err;
     EXPECT_EQ(err.find(STARTED), std::string::npos);
+    // The one line that tells what to fix, and not a GL error that follows from it.
+    EXPECT_NE(err.find("[ERROR] No display could be opened (DISPLAY=:4711)"), std::string::npos)
+        << err;
+    EXPECT_EQ(err.find("GLEW"), std::string::npos) << err;
 }
 
 TEST_F(E2eStartup, WithoutAGl32ContextItSaysSoAndExitsWithZero)
