@@ -83,7 +83,7 @@ const char* fileKind(mode_t mode)
         return "a character device";
     if (S_ISBLK(mode))
         return "a block device";
-    return "not a regular file";
+    return "not a file";
 }
 
 // Why PATH cannot be a level file, or "" when it is a regular file that can be opened.
