@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Installs what is missing, builds Blotch with its tests and runs every test: the unit tests, the
-# GL and end-to-end tests on an X display (a private Xvfb when DISPLAY is unset), all of them again
-# under AddressSanitizer and UndefinedBehaviorSanitizer, and every fuzz target for a minute.
+# Installs what is missing (the test, fuzzing and packaging tools too), builds Blotch with its
+# tests and runs every test: the unit tests, the GL and end-to-end tests on an X display (a
+# private Xvfb when DISPLAY is unset), the Debian package build, all of them again under
+# AddressSanitizer and UndefinedBehaviorSanitizer, and every fuzz target for a minute.
 set -euo pipefail
 cd "$(dirname "$0")"
 tools/install-deps.sh --test
