@@ -75,18 +75,21 @@ bool locateData()
     }
     const char* environment = std::getenv(DATA_VARIABLE);
     const std::vector<std::string> places = dataSearchOrder(environment, exeDir);
-    // A variable that points nowhere useful is a mistake worth a line, not a reason to stop.
-    if (environment && *environment && !holdsData(environment))
-    {
-        std::fprintf(stderr,
-                     "[WARNING] %s is %s, which holds no game data (folders fbx, shader, textures,"
-                     " fonts, sound); looking in the other places\n",
-                     DATA_VARIABLE, absolutePath(environment).c_str());
-    }
+    // A variable that points nowhere useful is a mistake worth a line, not a reason to stop;
+    // when nothing holds the data, the one error line below names it among the others.
+    const bool ignored = environment && *environment && !holdsData(environment);
     for (const std::string& place : places)
     {
         if (holdsData(place))
         {
+            if (ignored)
+            {
+                std::fprintf(stderr,
+                             "[WARNING] %s is %s, which holds no game data (folders fbx, shader,"
+                             " textures, fonts, sound); using %s instead\n",
+                             DATA_VARIABLE, absolutePath(environment).c_str(),
+                             absolutePath(place).c_str());
+            }
             dataRoot() = place;
             return true;
         }

@@ -20,9 +20,9 @@ std::vector<std::string> dataSearchOrder(const char* environment, const std::str
 bool holdsData(const std::string& dir);
 
 // Finds the data tree in dataSearchOrder() and makes dataFile() read from it. A BLOTCH_DATA
-// that holds no data tree gets a warning line on standard error, and the search goes on. When
-// no place holds it, prints one line naming every place tried to standard error and returns
-// false.
+// that holds no data tree is passed over: when another place holds it, a warning line on
+// standard error says so. When no place holds it, prints one line naming every place tried to
+// standard error and returns false.
 [[nodiscard]] bool locateData();
 
 // The path of RELATIVE ("shader/menu.vert") inside the data tree.

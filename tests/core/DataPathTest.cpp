@@ -49,6 +49,8 @@ TEST(DataPath, AVariableThatHoldsNoDataIsWarnedAboutAndTheSearchGoesOn)
     fs::current_path(before);
     EXPECT_TRUE(found);
     EXPECT_EQ(said, "[WARNING] BLOTCH_DATA is /nonexistent/blotch-data, which holds no game data "
-                    "(folders fbx, shader, textures, fonts, sound); looking in the other places\n");
+                    "(folders fbx, shader, textures, fonts, sound); using " +
+                        (fs::path(BLOTCH_SOURCE_DIR) / "data").lexically_normal().string() +
+                        " instead\n");
     EXPECT_TRUE(fs::is_regular_file(fs::path(BLOTCH_SOURCE_DIR) / dataFile("shader/menu.vert")));
 }
