@@ -66,7 +66,7 @@ size_t paintUpTo(Level& level, size_t count, std::mt19937& random)
     std::uniform_real_distribution<float> unit(0.0f, 1.0f);
     const Vec4 colours[4] = {
         {1, 0.617f, 0, 1}, {0.604f, 1, 0, 1}, {0.988f, 0, 1, 1}, {0, 0.918f, 1, 1}};
-    while (level.decalCount() < count)
+    while (level.splatCount() < count)
     {
         const float* t = v + static_cast<size_t>(pick(random)) * 12;
         float a = unit(random), b = unit(random);
@@ -81,7 +81,7 @@ size_t paintUpTo(Level& level, size_t count, std::mt19937& random)
         const Vec3 n = math::cross({t[4] - t[0], t[5] - t[1], t[6] - t[2]},
                                    {t[8] - t[0], t[9] - t[1], t[10] - t[2]});
         polygons += level.cutSplat(p, n).size();
-        level.paintHit(p, n, colours[level.decalCount() % 4]);
+        level.paintHit(p, n, colours[level.splatCount() % 4]);
     }
     return polygons;
 }
@@ -122,7 +122,7 @@ int main()
         const Timing all = timeFrames(game);
         Settings::instance().toggle("frustum");
         std::printf("%6zu  %8zu  %8.2f / %6.2f          %8.2f / %6.2f\n",
-                    game.getLevel()->decalCount(), polygons, culled.median, culled.p90, all.median,
+                    game.getLevel()->splatCount(), polygons, culled.median, culled.p90, all.median,
                     all.p90);
         std::fflush(stdout);
         // Memory after drawing: the driver may allocate on first use.
@@ -144,7 +144,7 @@ int main()
     Settings::instance().toggle("motionblur");
     const Timing blurred = timeFrames(game);
     Settings::instance().toggle("motionblur");
-    std::printf("motion blur on, %zu decals: %.2f / %.2f ms\n", game.getLevel()->decalCount(),
+    std::printf("motion blur on, %zu decals: %.2f / %.2f ms\n", game.getLevel()->splatCount(),
                 blurred.median, blurred.p90);
     std::printf("frame2000_ms=%.2f frame10000_ms=%.2f kb_per_splat=%.2f\n", frame2000, frame10000,
                 (kb10000 - kb1000) / 9000.0);

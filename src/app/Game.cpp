@@ -299,6 +299,10 @@ void Game::update()
         }
         hud->setFps(static_cast<int>(clock.fps));
         hud->setTime(static_cast<int>(now / 1000.0)); // since the program started, menu included
+        if (const Level* level = match->getLevel())
+        {
+            hud->setRevealed(level->revealed());
+        }
     }
     if (fallen)
     {

@@ -94,9 +94,12 @@ bool Match::update(float dt, MatchInput& input, const Mat4& perspective, Mat4& v
     {
         // step physics
         PhysicsWorld::instance().step(dt);
-        // apply paint hits: where balls struck during the step, in the order they struck; the
-        // player removes those balls when it moves
-        level->paintRecordedHits();
+        // apply paint hits: where balls struck during the step, in the order they struck; each
+        // splat splashes; the player removes those balls when it moves
+        for (int splats = level->paintRecordedHits(); splats > 0; --splats)
+        {
+            SoundManager::instance().playSplash();
+        }
         view = viewMatrix(camera);
     }
     // the view frustum culls with the view the frame started with
