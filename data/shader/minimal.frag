@@ -10,38 +10,16 @@ in vec3 worldNormal;
 in vec3 worldPosition;
 out vec4 fragColor;
 
-// The paint over this point of the level: colour premultiplied by coverage, read from the page
-// of the paint map that holds "paintcoord" (paint-map texels), if that page has any paint.
-// "pagegeometry" is the page payload, the page with its border, the border and a layer's side.
-// Units of their own, so that the two never share one (which no draw call accepts).
+// The paint over this point of the level, colour premultiplied by coverage (see the vertex stage).
 layout(binding = 1) uniform sampler2DArray paintmap;
-layout(binding = 2) uniform usampler2D pagetable;
-uniform vec4 pagegeometry;
-uniform int painted;
-in vec2 paintcoord;
+in vec2 paintAt;
+flat in float paintLayer;
 
 vec4 paintHere()
 {
-    // Derivatives before any branch; taken on paint-map space, so a page's edge is no jump.
-    vec2 dx = dFdx(paintcoord) / pagegeometry.w;
-    vec2 dy = dFdy(paintcoord) / pagegeometry.w;
-    if (painted == 0)
+    if (paintLayer < 0.0)
         return vec4(0.0);
-    ivec2 page = ivec2(floor(paintcoord / pagegeometry.x));
-    ivec2 pages = textureSize(pagetable, 0);
-    if (page.x < 0 || page.y < 0 || page.x >= pages.x || page.y >= pages.y)
-        return vec4(0.0);
-    uint slot = texelFetch(pagetable, page, 0).r;
-    if (slot == 0u)
-        return vec4(0.0);
-    slot -= 1u;
-    int across = int(pagegeometry.w / pagegeometry.y);
-    int perLayer = across * across;
-    int s = int(slot);
-    vec2 corner = vec2(float(s % across), float((s / across) % across)) * pagegeometry.y;
-    vec2 within = paintcoord - vec2(page) * pagegeometry.x;
-    vec2 at = (corner + pagegeometry.z + within) / pagegeometry.w;
-    return textureGrad(paintmap, vec3(at, float(s / perLayer)), dx, dy);
+    return texture(paintmap, vec3(paintAt, paintLayer));
 }
 
 void main()

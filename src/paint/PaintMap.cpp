@@ -35,11 +35,12 @@ int mipmapLevels(int width, int height)
     return levels;
 }
 
-// The filters from the "texture-mipmap" and "texture-quality" switches, for TARGET.
-void applyFilters(GLenum target)
+// The filters the "texture-mipmap" and "texture-quality" switches ask for (mag, min); both 0
+// for a value that keeps the filters as they are.
+void wantedFilters(GLint& mag, GLint& min)
 {
     Settings& settings = Settings::instance();
-    GLint mag = 0, min = 0;
+    mag = min = 0;
     switch (settings.getInt("texture-mipmap"))
     {
     case 0:
@@ -54,10 +55,8 @@ void applyFilters(GLenum target)
         min = GL_LINEAR_MIPMAP_LINEAR;
         break;
     default:
-        return; // any other value keeps the filters as they were
+        break;
     }
-    glTexParameteri(target, GL_TEXTURE_MAG_FILTER, mag);
-    glTexParameteri(target, GL_TEXTURE_MIN_FILTER, min);
 }
 
 // Is point (X, Y) inside the triangle A B C (either winding, edges included)?
@@ -240,7 +239,7 @@ void PaintMap::loadPictures()
                      nullptr);
     }
     glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-    glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_NEAREST);
     glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_WRAP_S, GL_REPEAT);
     glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_WRAP_T, GL_REPEAT);
     std::vector<uint32_t> pixels(size_t(width) * size_t(height));
@@ -351,6 +350,8 @@ void PaintMap::grow(int wanted)
     }
     pool = grown;
     layers = wanted;
+    poolMag = GL_LINEAR;
+    poolMin = GL_LINEAR_MIPMAP_LINEAR;
 }
 
 uint32_t PaintMap::pageSlot(int px, int py)
@@ -373,9 +374,9 @@ uint32_t PaintMap::pageSlot(int px, int py)
     const uint32_t slot = uint32_t(pagesUsed++);
     if (slot >= uint32_t(layers) * PAGES_PER_LAYER)
     {
-        // Grown by a quarter at a time: the pool stays within a quarter of what the paint needs.
+        // Grown by half at a time (each growth copies the pool), never past what the level needs.
         const int limit = int((maxPages + PAGES_PER_LAYER - 1) / PAGES_PER_LAYER);
-        grow(std::min(limit, std::max(layers + 1, layers + layers / 4)));
+        grow(std::min(limit, std::max(layers + 2, layers + layers / 2)));
     }
     entry = slot + 1;
     glBindTexture(GL_TEXTURE_2D, pageTable);
@@ -385,6 +386,7 @@ uint32_t PaintMap::pageSlot(int px, int py)
     masks.emplace_back();
     painted.push_back(0);
     dirty.push_back(0);
+    stale.push_back(0);
     return slot;
 }
 
@@ -531,11 +533,6 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
             *out++ = r.colour.z;
             *out++ = r.colour.w;
         }
-        if (!dirty[q.slot])
-        {
-            dirty[q.slot] = 1;
-            dirtySlots.push_back(q.slot);
-        }
     }
 
     const SavedState saved;
@@ -585,7 +582,6 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
     glBindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer);
     glDrawBuffer(GL_COLOR_ATTACHMENT0);
     int attachedLayer = -1;
-    touched.clear();
     for (size_t run = 0; run < quads.size();)
     {
         size_t runEnd = run + 1;
@@ -594,7 +590,11 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
             ++runEnd;
         }
         const uint32_t slot = quads[run].slot;
-        touched.push_back(slot);
+        if (!stale[slot])
+        {
+            stale[slot] = 1;
+            staleSlots.push_back(slot);
+        }
         const int layer = int(slot / PAGES_PER_LAYER);
         const int sx = int(slot % PAGES_ACROSS), sy = int(slot / PAGES_ACROSS % PAGES_ACROSS);
         if (layer != attachedLayer)
@@ -610,33 +610,6 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
         glDrawArrays(GL_TRIANGLES, GLint(run * 6), GLsizei((runEnd - run) * 6));
         run = runEnd;
     }
-    // The smaller levels of the pages drawn into, each texel the mean of the four under it.
-    glDisable(GL_BLEND);
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, readFramebuffer);
-    glReadBuffer(GL_COLOR_ATTACHMENT0);
-    for (int level = 1; level < LEVELS; ++level)
-    {
-        int readLayer = -1, drawLayer = -1;
-        const int from = PAGE >> (level - 1), to = PAGE >> level;
-        for (uint32_t slot : touched)
-        {
-            const int layer = int(slot / PAGES_PER_LAYER);
-            const int sx = int(slot % PAGES_ACROSS), sy = int(slot / PAGES_ACROSS % PAGES_ACROSS);
-            if (layer != readLayer)
-            {
-                glFramebufferTextureLayer(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, pool,
-                                          level - 1, layer);
-                glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, pool, level,
-                                          layer);
-                readLayer = drawLayer = layer;
-            }
-            glBlitFramebuffer(sx * from, sy * from, (sx + 1) * from, (sy + 1) * from, sx * to,
-                              sy * to, (sx + 1) * to, (sy + 1) * to, GL_COLOR_BUFFER_BIT,
-                              GL_LINEAR);
-        }
-        (void)drawLayer;
-    }
-    glFramebufferTextureLayer(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0, 0);
     glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0, 0);
     for (const Attribute& a : attributes)
     {
@@ -649,6 +622,64 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
     glBindTexture(GL_TEXTURE_2D_ARRAY, 0);
     // Whatever program was bound is bound again when SAVED goes; the registry's is not.
     ShaderManager::instance().unuse();
+}
+
+void PaintMap::updateSmallerLevels()
+{
+    if (staleSlots.empty())
+    {
+        return;
+    }
+    GLint drawBinding = 0, readBinding = 0;
+    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &drawBinding);
+    glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING, &readBinding);
+    const GLboolean scissor = glIsEnabled(GL_SCISSOR_TEST);
+    glDisable(GL_SCISSOR_TEST);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, readFramebuffer);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer);
+    glReadBuffer(GL_COLOR_ATTACHMENT0);
+    glDrawBuffer(GL_COLOR_ATTACHMENT0);
+    // Each texel the mean of the four under it, level by level.
+    std::sort(staleSlots.begin(), staleSlots.end());
+    for (int level = 1; level < LEVELS; ++level)
+    {
+        int attachedLayer = -1;
+        const int from = PAGE >> (level - 1), to = PAGE >> level;
+        for (uint32_t slot : staleSlots)
+        {
+            const int layer = int(slot / PAGES_PER_LAYER);
+            const int sx = int(slot % PAGES_ACROSS), sy = int(slot / PAGES_ACROSS % PAGES_ACROSS);
+            if (layer != attachedLayer)
+            {
+                glFramebufferTextureLayer(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, pool,
+                                          level - 1, layer);
+                glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, pool, level,
+                                          layer);
+                attachedLayer = layer;
+            }
+            glBlitFramebuffer(sx * from, sy * from, (sx + 1) * from, (sy + 1) * from, sx * to,
+                              sy * to, (sx + 1) * to, (sy + 1) * to, GL_COLOR_BUFFER_BIT,
+                              GL_LINEAR);
+        }
+    }
+    for (uint32_t slot : staleSlots)
+    {
+        stale[slot] = 0;
+        if (!dirty[slot])
+        {
+            dirty[slot] = 1;
+            dirtySlots.push_back(slot);
+        }
+    }
+    staleSlots.clear();
+    glFramebufferTextureLayer(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0, 0);
+    glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0, 0);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, GLuint(drawBinding));
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, GLuint(readBinding));
+    if (scissor)
+    {
+        glEnable(GL_SCISSOR_TEST);
+    }
 }
 
 void PaintMap::clear()
@@ -687,8 +718,10 @@ void PaintMap::clear()
         paintedCells -= painted[slot];
         painted[slot] = 0;
         dirty[slot] = 0;
+        stale[slot] = 0;
     }
     dirtySlots.clear();
+    staleSlots.clear();
     revealedShare = 0.0f;
 }
 
@@ -700,13 +733,21 @@ void PaintMap::bind(Shader& shader)
     {
         return;
     }
-    shader.setInt("paintmap", 1);
-    shader.setInt("pagetable", 2);
     const float geometry[4] = {float(PAYLOAD), float(PAGE), float(BORDER), float(LAYER)};
     shader.setVec4("pagegeometry", geometry);
     glActiveTexture(GL_TEXTURE1);
     glBindTexture(GL_TEXTURE_2D_ARRAY, pool);
-    applyFilters(GL_TEXTURE_2D_ARRAY);
+    // Set only when they change: the software renderer waits for every draw that reads a texture
+    // before it changes the texture's state.
+    GLint mag = 0, min = 0;
+    wantedFilters(mag, min);
+    if (mag && (mag != poolMag || min != poolMin))
+    {
+        glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_MAG_FILTER, mag);
+        glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_MIN_FILTER, min);
+        poolMag = mag;
+        poolMin = min;
+    }
     glActiveTexture(GL_TEXTURE2);
     glBindTexture(GL_TEXTURE_2D, pageTable);
     glActiveTexture(GL_TEXTURE0);

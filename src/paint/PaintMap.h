@@ -40,6 +40,9 @@ public:
     // Stamps RECORDS[FIRST..END) in that order, each over the charts it reaches: soft-edged and
     // blended, or (CUT) cut where its picture is less than half opaque and opaque elsewhere.
     void stamp(const SplatRecords& records, size_t first, size_t end, bool cut);
+    // Brings the smaller level of every page stamped since the last call up to date. Until then
+    // a page's paint shows only where the finest level is read.
+    void updateSmallerLevels();
     // Clears the paint of every page, keeping their storage.
     void clear();
 
@@ -53,7 +56,7 @@ public:
     // The share of the level's surface that paint covers at least half, 0..1, as of the last
     // refreshCoverage().
     float revealed() const { return revealedShare; }
-    // Reads back the coverage of the pages painted since the last call (at most MAX_PAGES of
+    // Reads back the coverage of the pages painted (and brought up to date) since the last call (at most MAX_PAGES of
     // them; the rest wait for the next).
     void refreshCoverage(size_t maxPages = 64);
 
@@ -92,6 +95,7 @@ private:
     std::vector<uint32_t> pageOfSlot;
     unsigned int pageTable = 0; // the table as an integer texture
     unsigned int pool = 0;
+    int poolMag = 0, poolMin = 0; // the pool's filters as last set
     int layers = 0;
     size_t pagesUsed = 0;
     size_t maxPages = 0;
@@ -104,7 +108,9 @@ private:
     // Where on each picture (u0, v0, u1, v1) anything is painted, a texel wider: stamps are cut
     // to it, since the rest of the square is clear.
     float pictureExtent[PICTURE_COUNT][4] = {};
-    std::vector<uint32_t> touched; // the slots a stamp drew into, each once
+    // The pages stamped since their smaller level was last made, each once.
+    std::vector<uint8_t> stale; // by slot
+    std::vector<uint32_t> staleSlots;
 
     std::vector<Corners> corners;
     std::vector<Quad> quads;

@@ -24,7 +24,7 @@ const double PAINT_MAP_TEXELS =
     480.0 * 1024 * 1024 / double(PaintMap::PAGE_BYTES) * PaintMap::PAYLOAD * PaintMap::PAYLOAD;
 // Splats stamped at once in a frame before the clock is looked at, and how long a frame may
 // spend stamping while the whole paint is stamped again.
-const size_t STAMP_CHUNK = 256;
+const size_t STAMP_CHUNK = 64;
 const auto STAMP_BUDGET = std::chrono::milliseconds(12);
 // How often the painted share is counted.
 const auto COUNT_INTERVAL = std::chrono::milliseconds(250);
@@ -46,7 +46,6 @@ Level::~Level()
     {
         glDeleteBuffers(1, &vertexBuffer);
         glDeleteBuffers(1, &normalBuffer);
-        glDeleteBuffers(1, &uvBuffer);
         glDeleteBuffers(1, &paintCoordBuffer);
     }
 }
@@ -59,19 +58,20 @@ void Level::setMesh(std::unique_ptr<float[]> newVertices, std::unique_ptr<float[
     normals = std::move(newNormals);
     uvs = std::move(newUvs);
     vertexCount = count;
+    // Where each triangle lies in the paint map, and the triangles as drawn.
+    charts = Charts(vertices.get(), vertexCount, PAINT_MAP_TEXELS, PaintMap::PAYLOAD);
+    drawn = PaintMesh::build(vertices.get(), normals.get(), hasWholeTriangles() ? vertexCount : 0,
+                             charts, PaintMap::PAYLOAD);
 }
 
 void Level::initBuffers()
 {
     model = math::scale(1.0f);
     prevModel = math::scale(1.0f);
-    const size_t count = vertexCount > 0 ? static_cast<size_t>(vertexCount) : 0;
-    vertexBuffer = createStaticBuffer(GL_ARRAY_BUFFER, vertices.get(), count * 16);
-    normalBuffer = createStaticBuffer(GL_ARRAY_BUFFER, normals.get(), count * 12);
-    uvBuffer = createStaticBuffer(GL_ARRAY_BUFFER, uvs.get(), count * 8);
-    charts = Charts(vertices.get(), vertexCount, PAINT_MAP_TEXELS, PaintMap::PAYLOAD);
-    paintCoordBuffer = createStaticBuffer(GL_ARRAY_BUFFER, charts.getCoords().data(),
-                                          charts.getCoords().size() * 4);
+    const size_t count = size_t(drawn.count);
+    vertexBuffer = createStaticBuffer(GL_ARRAY_BUFFER, drawn.vertices.data(), count * 16);
+    normalBuffer = createStaticBuffer(GL_ARRAY_BUFFER, drawn.normals.data(), count * 12);
+    paintCoordBuffer = createStaticBuffer(GL_ARRAY_BUFFER, drawn.paint.data(), count * 16);
     glBindBuffer(GL_ARRAY_BUFFER, 0);
     paintMap = std::make_unique<PaintMap>(charts);
 }
@@ -111,6 +111,12 @@ void Level::updatePaint()
             break;
         }
     }
+    // The smaller level once the paint has caught up: while the whole paint is stamped again,
+    // making it after every part would cost as much again as the stamping.
+    if (stamped == splats.size())
+    {
+        paintMap->updateSmallerLevels();
+    }
     const auto now = std::chrono::steady_clock::now();
     if (now - lastCount >= COUNT_INTERVAL)
     {
@@ -125,7 +131,7 @@ void Level::drawSurface(Shader* shader, bool painted)
     // The level is static: its motion in the blur pass comes from the camera alone.
     shader->setMatrix("prevmodel", model);
     shader->setVec4("color", &SURFACE_COLOR.x);
-    if (vertexCount <= 0)
+    if (drawn.count <= 0)
     {
         return;
     }
@@ -140,19 +146,16 @@ void Level::drawSurface(Shader* shader, bool painted)
         glBindBuffer(GL_ARRAY_BUFFER, normalBuffer);
         shader->setAttributeBuffer("normal", 3);
         glBindBuffer(GL_ARRAY_BUFFER, paintCoordBuffer);
-        shader->setAttributeBuffer("paintmapcoord", 2);
-        glDrawArrays(GL_TRIANGLES, 0, vertexCount);
+        shader->setAttributeBuffer("paintmapcoord", 4);
+        glDrawArrays(GL_TRIANGLES, 0, drawn.count);
         glBindBuffer(GL_ARRAY_BUFFER, 0);
     }
     else
     {
-        shader->setAttribute("vertex", 4, vertices.get());
-        shader->setAttribute("normal", 3, normals.get());
-        if (!charts.getCoords().empty())
-        {
-            shader->setAttribute("paintmapcoord", 2, charts.getCoords().data());
-        }
-        glDrawArrays(GL_TRIANGLES, 0, vertexCount);
+        shader->setAttribute("vertex", 4, drawn.vertices.data());
+        shader->setAttribute("normal", 3, drawn.normals.data());
+        shader->setAttribute("paintmapcoord", 4, drawn.paint.data());
+        glDrawArrays(GL_TRIANGLES, 0, drawn.count);
     }
     shader->disableAttribute("vertex");
     shader->disableAttribute("normal");
@@ -226,8 +229,6 @@ bool Level::paintHit(Vec3 point, Vec3 normal, Vec4 colour)
     {
         return false;
     }
-    for (uint32_t c : hitCharts) { const Chart& h = charts[c]; std::fprintf(stderr, "DBG chart %u n=(%.3f %.3f %.3f) off=%.3f rect %d %d %d %d\n", c, h.normal.x, h.normal.y, h.normal.z, h.offset, h.x, h.y, h.width, h.height); }
-    std::fprintf(stderr, "DBG hit (%.2f %.2f %.2f) n (%.2f %.2f %.2f) tris %zu density %.1f size %d x %d\n", point.x, point.y, point.z, normal.x, normal.y, normal.z, hitTriangles.size(), charts.getDensity(), charts.getWidth(), charts.getHeight());
     const SplatFrame frame = splat::frame(point, normal);
     splats.add(point, frame.normal, colour, std::rand() % PICTURE_COUNT, hitCharts);
     return true;

@@ -4,6 +4,7 @@
 #include "physics/LevelCollision.h"
 #include "paint/Charts.h"
 #include "paint/PaintMap.h"
+#include "paint/PaintMesh.h"
 #include "paint/Splat.h"
 #include "paint/SplatRecords.h"
 #include "scene/SceneNode.h"
@@ -30,11 +31,11 @@ public:
     ~Level() override;
 
     // Takes over the imported arrays: VERTICES holds COUNT x (x, y, z, 1), NORMALS COUNT x 3,
-    // UVS COUNT x 2.
+    // UVS COUNT x 2; lays the triangles out in the paint map's charts.
     void setMesh(std::unique_ptr<float[]> vertices, std::unique_ptr<float[]> normals,
                  std::unique_ptr<float[]> uvs, int32_t count);
-    // Lays the triangles out in the paint map's charts and uploads the arrays, with where each
-    // vertex lies in the paint map, once; the mesh is never re-uploaded.
+    // Uploads the triangles as drawn, with where each vertex lies in the paint map, once; the mesh
+    // is never re-uploaded.
     void initBuffers();
     // Starts building the collision tree over the mesh on a second thread, so that it builds
     // while this one uploads the mesh; buildPhysics() waits for it. Optional: without it, or
@@ -75,6 +76,8 @@ public:
     size_t splatCount() const { return splats.size(); }
     size_t stampedCount() const { return stamped; }
     const Charts& getCharts() const { return charts; }
+    // The triangles as drawn: the level's own, cut at the paint map's page edges.
+    int32_t drawnVertexCount() const { return drawn.count; }
     PaintMap* getPaintMap() const { return paintMap.get(); }
     // The share of the surface painted, 0..1, as last counted.
     float revealed() const { return paintMap ? paintMap->revealed() : 0.0f; }
@@ -92,7 +95,6 @@ private:
              std::vector<int>* triangles) const;
 
     unsigned int vertexBuffer = 0;
-    unsigned int uvBuffer = 0;
     unsigned int normalBuffer = 0;
     unsigned int paintCoordBuffer = 0;
     std::unique_ptr<float[]> vertices;
@@ -100,6 +102,7 @@ private:
     std::unique_ptr<float[]> uvs;
     int32_t vertexCount = 0;
     Charts charts;
+    PaintMesh drawn;
     std::unique_ptr<PaintMap> paintMap;
     SplatRecords splats;
     size_t stamped = 0;      // splats[0..stamped) are in the paint map
