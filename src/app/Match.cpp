@@ -47,9 +47,9 @@ Match::~Match()
 
 bool Match::buildLevel()
 {
-    source->read(levelFile);
+    const bool read = source->read(levelFile);
     stageDone("level read");
-    LevelMesh mesh = source->takeMesh();
+    LevelMesh mesh = read ? source->takeMesh() : LevelMesh{};
     std::printf("%d\n", mesh.vertexCount);
     std::fflush(stdout);
     stageDone("level convert");
