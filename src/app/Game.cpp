@@ -63,7 +63,7 @@ Game::Game() : Game(dataFile(SHIPPED_LEVEL)) {}
 
 Game::Game(std::string levelFile)
     : levelFile(std::move(levelFile)), display(std::make_unique<Display>()),
-      perspective(math::identity()), view(math::identity())
+      perspective(math::identity())
 {
     SoundManager::instance();
 }
@@ -289,7 +289,8 @@ void Game::update()
     {
         matchView->brighten(dt * FLASH_RATE);
     }
-    const bool fallen = match->update(dt, takeInput(), perspective, view);
+    seen.perspective = perspective;
+    const bool fallen = match->update(dt, takeInput(), seen);
     throwRequested = input.throwBall;
     if (hud)
     {
@@ -330,7 +331,7 @@ void Game::render()
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
     if (state() != GameState::Playing)
     {
-        ShaderManager::instance().setMatrices(view, perspective, screenOrtho());
+        ShaderManager::instance().setMatrices(seen.view, perspective, screenOrtho());
         if (menu)
         {
             menu->draw();
@@ -352,5 +353,6 @@ void Game::drawMatch(bool blurred)
         return;
     }
     const double sinceStart = static_cast<double>(SDL_GetTicks()) - matchStartTicks;
-    matchView->draw(match.get(), hud.get(), perspective, view, sinceStart < LIT_MS, blurred);
+    seen.perspective = perspective;
+    matchView->draw(match.get(), hud.get(), seen, sinceStart < LIT_MS, blurred);
 }

@@ -87,7 +87,7 @@ void Match::addMarkerChain()
     sphereChain->append(CHAIN_LINK_RADIUS);
 }
 
-bool Match::update(float dt, MatchInput& input, const Mat4& perspective, Mat4& view)
+bool Match::update(float dt, MatchInput& input, FrameView& frame)
 {
     bool fallen = false;
     if (player)
@@ -100,16 +100,17 @@ bool Match::update(float dt, MatchInput& input, const Mat4& perspective, Mat4& v
         {
             SoundManager::instance().playSplash();
         }
-        view = viewMatrix(camera);
+        look(frame);
     }
     // the view frustum culls with the view the frame started with
-    Frustum::instance().update(perspective, view);
+    Frustum::instance().update(frame.perspective, frame.view);
     sceneRoot->update(dt);
 
     if (player)
     {
         // move the player
-        movePlayer(dt, input, view);
+        movePlayer(dt, input);
+        look(frame);
         // the fall check
         fallen = camera.position.y < FALL_HEIGHT && dt > 0.0f;
     }
@@ -126,7 +127,14 @@ bool Match::update(float dt, MatchInput& input, const Mat4& perspective, Mat4& v
     return fallen;
 }
 
-void Match::movePlayer(float dt, MatchInput& input, Mat4& view)
+void Match::look(FrameView& frame) const
+{
+    frame.view = viewMatrix(camera);
+    frame.previousView = camera.previousView;
+    frame.eye = camera.position;
+}
+
+void Match::movePlayer(float dt, MatchInput& input)
 {
     if (input.levelView)
     {
@@ -151,7 +159,6 @@ void Match::movePlayer(float dt, MatchInput& input, Mat4& view)
         }
         input.throwBall = false;
     }
-    view = viewMatrix(camera);
 }
 
 void Match::drawWorld(Shader* shader)

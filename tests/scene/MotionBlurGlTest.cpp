@@ -92,13 +92,13 @@ TEST_ON(PlayingGame, MotionBlur, RecordsTheCamerasMotionAndSmearsOnlyWhenItMoves
 
     // Still, then as if a frame ago the eye stood a little to the left: everything has since
     // moved left on screen.
-    Camera& camera = *game->getCamera();
-    const Mat4 view = viewMatrix(camera);
+    FrameView& seen = game->getFrameView();
+    const Mat4 view = viewMatrix(*game->getCamera());
+    seen.view = view;
     for (const float shift : {0.0f, 0.3f})
     {
         SCOPED_TRACE(shift);
-        camera.previousView =
-            math::multiply(math::translate(math::identity(), {shift, 0, 0}), view);
+        seen.previousView = math::multiply(math::translate(math::identity(), {shift, 0, 0}), view);
         game->render();
         const Image plain = readFramebuffer();
         game->renderMotionBlurFrame();
