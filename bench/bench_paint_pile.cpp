@@ -89,7 +89,7 @@ void paintUpTo(Level& level, const std::vector<int>& triangles, size_t count, st
     std::uniform_real_distribution<float> unit(0.0f, 1.0f);
     const Vec4 colours[4] = {
         {1, 0.617f, 0, 1}, {0.604f, 1, 0, 1}, {0.988f, 0, 1, 1}, {0, 0.918f, 1, 1}};
-    while (level.decalCount() < count)
+    while (level.splatCount() < count)
     {
         const float* t = v + static_cast<size_t>(triangles[pick(random)]) * 12;
         float a = unit(random), b = unit(random);
@@ -103,7 +103,7 @@ void paintUpTo(Level& level, const std::vector<int>& triangles, size_t count, st
                      t[2] + a * (t[6] - t[2]) + b * (t[10] - t[2])};
         const Vec3 n = math::cross({t[4] - t[0], t[5] - t[1], t[6] - t[2]},
                                    {t[8] - t[0], t[9] - t[1], t[10] - t[2]});
-        level.paintHit(p, n, colours[level.decalCount() % 4]);
+        level.paintHit(p, n, colours[level.splatCount() % 4]);
     }
 }
 } // namespace
@@ -144,7 +144,7 @@ int main()
     {
         paintUpTo(*game.getLevel(), triangles, decals, random);
         const Timing t = timeFrames(game);
-        std::printf("%6zu  %8.2f / %6.2f\n", game.getLevel()->decalCount(), t.median, t.p90);
+        std::printf("%6zu  %8.2f / %6.2f\n", game.getLevel()->splatCount(), t.median, t.p90);
         std::fflush(stdout);
         if (decals == 3000)
         {

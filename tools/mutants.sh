@@ -25,10 +25,10 @@ names=() files=() fragments=() replacements=()
 fault() { names+=("$1") files+=("$2") fragments+=("$3") replacements+=("$4"); }
 
 # Splats: the block clipped on one side only; paint on faces turned away from the hit.
-fault splat-clip-one-side src/scene/Splat.cpp \
+fault splat-clip-one-side src/paint/Splat.cpp \
     'clip(spare, piece, f.point, *axes[k], -1.0f, limits[k]);' \
     'clip(spare, piece, f.point, *axes[k], 1.0f, limits[k]);'
-fault splat-paints-back-faces src/scene/Splat.cpp \
+fault splat-paints-back-faces src/paint/Splat.cpp \
     'if (!(math::dot(normal, f.normal) > MIN_FACING))' 'if (false)'
 # The tree lookup: triangles out of the level's order; a box that misses part of the splat.
 fault tree-query-unsorted src/physics/TriangleTree.cpp \
@@ -67,14 +67,15 @@ fault match-fall-never src/app/Match.cpp \
 fault settings-toggle src/core/Settings.cpp 'value = !value;' 'value = true;'
 fault settings-cycle src/core/Settings.cpp \
     'c.value = (c.value + 1) % c.count;' 'c.value = (c.value + 1) % (c.count + 1);'
-# Paint batches: triangles wound backwards; two colours in one palette slot; a whole batch drawn
-# when only some of its splats are in view.
-fault paint-fan-winding src/scene/Paint.cpp \
-    '{fan[0], fan[i - 1], fan[i]}' '{fan[0], fan[i], fan[i - 1]}'
-fault paint-palette-slot src/scene/Paint.cpp \
-    'picture + 8 * static_cast<int>(shade)' 'picture + 8 * static_cast<int>(shade / 2)'
-fault paint-batch-all-visible src/scene/Paint.cpp \
-    'v.all = seen == batch.endDecal - batch.firstDecal && seen > 0;' 'v.all = seen > 0;'
+# Paint maps: splats on one page stamped newest first; the gutter left bare; a page's border
+# offset by a texel; the charts' rows laid over each other.
+fault paint-stamp-order src/paint/PaintMap.cpp \
+    'std::stable_sort(quads.begin(), quads.end(),' 'std::reverse(quads.begin(), quads.end()); std::stable_sort(quads.begin(), quads.end(),'
+fault paint-no-gutter src/paint/PaintMap.cpp \
+    'x0 = std::max(x0, float(c.x));' 'x0 = std::max(x0, float(c.x + Charts::GUTTER));'
+fault paint-page-border src/paint/PaintMap.cpp \
+    'glUniform4f(region, float(px * PAYLOAD - BORDER),' 'glUniform4f(region, float(px * PAYLOAD - BORDER + 1),'
+fault charts-rows-overlap src/paint/Charts.cpp 'y += row;' 'y += row / 2;'
 
 # FRAGMENT as a Perl pattern that allows any whitespace between its characters.
 pattern='join("\\s*", map { quotemeta } grep { /\S/ } split(//, $ENV{FRAGMENT}))'

@@ -1,23 +1,24 @@
 // SPDX-License-Identifier: MIT
 #version 150 compatibility
 #extension GL_ARB_explicit_attrib_location : require
-// Paint splats, many in one draw: positions are already in level (world) coordinates; each
-// corner says where it lies on its splat's picture and, in "paint", which picture (the low three
-// bits) and which colour of the palette the splat has.
+// Stamps splats into one page of the paint map. Corners are in paint-map texels; "region" is the
+// page's square there (its border included): x, y of its corner and its side. Each corner also
+// says where it lies on its splat's picture (u, v), how far off the hit plane it is, which
+// picture the splat took and in what colour.
 layout(location = 0) in vec4 vertex;
-in vec2 texcoord;
-in float paint;
-uniform mat4 perspective;
-uniform mat4 view;
-uniform mat4 model;
-uniform vec4 palette[64];
+in vec3 texcoord;
+in float picture;
+in vec4 color;
+uniform vec4 region;
+uniform int picturecount;
 out vec3 uv;
-flat out vec4 color;
+out float depth;
+flat out vec4 paint;
 
 void main()
 {
-    int which = int(paint + 0.5);
-    uv = vec3(texcoord, float(which & 7));
-    color = palette[which >> 3];
-    gl_Position = perspective * (view * (model * vertex));
+    uv = vec3(texcoord.xy, clamp(floor(picture + 0.5), 0.0, float(picturecount - 1)));
+    depth = texcoord.z;
+    paint = color;
+    gl_Position = vec4((vertex.xy - region.xy) / region.z * 2.0 - 1.0, 0.0, 1.0);
 }

@@ -76,7 +76,7 @@ Game::Game() : Game(dataFile(SHIPPED_LEVEL)) {}
 
 Game::Game(std::string levelFile)
     : levelFile(std::move(levelFile)), display(std::make_unique<Display>()),
-      perspective(math::identity()), view(math::identity())
+      perspective(math::identity())
 {
     SoundManager::instance();
 }
@@ -309,7 +309,8 @@ void Game::update()
     {
         matchView->brighten(dt * FLASH_RATE);
     }
-    const bool fallen = match->update(dt, takeInput(), perspective, view);
+    seen.perspective = perspective;
+    const bool fallen = match->update(dt, takeInput(), seen);
     throwRequested = input.throwBall;
     if (hud)
     {
@@ -319,6 +320,10 @@ void Game::update()
         }
         hud->setFps(static_cast<int>(clock.fps));
         hud->setTime(static_cast<int>(now / 1000.0)); // since the program started, menu included
+        if (const Level* level = match->getLevel())
+        {
+            hud->setRevealed(level->revealed());
+        }
     }
     if (fallen)
     {
@@ -346,7 +351,7 @@ void Game::render()
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
     if (state() != GameState::Playing)
     {
-        ShaderManager::instance().setMatrices(view, perspective, screenOrtho());
+        ShaderManager::instance().setMatrices(seen.view, perspective, screenOrtho());
         if (menu)
         {
             menu->draw();
@@ -368,5 +373,6 @@ void Game::drawMatch(bool blurred)
         return;
     }
     const double sinceStart = static_cast<double>(SDL_GetTicks()) - matchStartTicks;
-    matchView->draw(match.get(), hud.get(), perspective, view, sinceStart < LIT_MS, blurred);
+    seen.perspective = perspective;
+    matchView->draw(match.get(), hud.get(), seen, sinceStart < LIT_MS, blurred);
 }

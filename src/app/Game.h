@@ -3,6 +3,7 @@
 
 #include "app/Display.h"
 #include "app/FrameClock.h"
+#include "app/FrameView.h"
 #include "app/GameState.h"
 #include "app/Match.h"
 #include "app/MatchView.h"
@@ -74,6 +75,8 @@ public:
     bool isKeyDown(int scancode) const { return keys[scancode] != 0; }
     const FrameClock& getClock() const { return clock; }
     const Mat4& getPerspective() const { return perspective; }
+    // What the playing frame is seen through, as the last update left it.
+    FrameView& getFrameView() { return seen; }
     bool hasMatch() const { return match && match->playable(); }
     Player* getPlayer() const { return match ? match->getPlayer() : nullptr; }
     Camera* getCamera() const { return match ? match->getCamera() : nullptr; }
@@ -115,7 +118,7 @@ private:
 
     // Render globals.
     Mat4 perspective;
-    Mat4 view;
+    FrameView seen; // what the playing frame is seen through
 
     bool sdlStarted = false;
 };

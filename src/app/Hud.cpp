@@ -54,6 +54,12 @@ void Hud::setTime(int seconds)
     timeText = std::to_string(seconds) + " sec";
 }
 
+void Hud::setRevealed(float share)
+{
+    const int percent = static_cast<int>(share * 100.0f);
+    revealedText = "revealed " + std::to_string(percent < 0 ? 0 : percent > 100 ? 100 : percent) + "%";
+}
+
 void Hud::setColour(const float* rgba)
 {
     swatch->color = {rgba[0], rgba[1], rgba[2], rgba[3]};
@@ -76,6 +82,11 @@ void Hud::draw()
         FontManager& fonts = FontManager::instance();
         fonts.draw(FONT, STATS_X, LABEL_Y, "framerate: " + fpsText, FontManager::ALIGN_LEFT);
         fonts.draw(FONT, STATS_X, VALUE_Y, "game time: " + timeText, FontManager::ALIGN_LEFT);
+        if (!revealedText.empty())
+        {
+            fonts.draw(FONT, STATS_X, VALUE_Y + (VALUE_Y - LABEL_Y), revealedText,
+                       FontManager::ALIGN_LEFT);
+        }
     }
     if (settings.getBool("help"))
     {

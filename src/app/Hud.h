@@ -24,6 +24,8 @@ public:
 
     void setFps(int framesPerSecond);
     void setTime(int seconds);
+    // How much of the level the paint has revealed, SHARE 0..1: "revealed 37%" under the time.
+    void setRevealed(float share);
     // Four floats, r g b a, copied into the disc.
     void setColour(const float* rgba);
     const Vec4& getColour() const;
@@ -38,4 +40,5 @@ private:
     std::unique_ptr<Sphere> swatch;
     std::string fpsText;  // empty until the first setFps
     std::string timeText; // empty until the first setTime
+    std::string revealedText; // empty until the first setRevealed: nothing is drawn
 };

@@ -47,9 +47,9 @@ Match::~Match()
 
 bool Match::buildLevel()
 {
-    source->read(levelFile);
+    const bool read = source->read(levelFile);
     stageDone("level read");
-    LevelMesh mesh = source->takeMesh();
+    LevelMesh mesh = read ? source->takeMesh() : LevelMesh{};
     std::printf("%d\n", mesh.vertexCount);
     std::fflush(stdout);
     stageDone("level convert");
@@ -87,26 +87,30 @@ void Match::addMarkerChain()
     sphereChain->append(CHAIN_LINK_RADIUS);
 }
 
-bool Match::update(float dt, MatchInput& input, const Mat4& perspective, Mat4& view)
+bool Match::update(float dt, MatchInput& input, FrameView& frame)
 {
     bool fallen = false;
     if (player)
     {
         // step physics
         PhysicsWorld::instance().step(dt);
-        // apply paint hits: where balls struck during the step, in the order they struck; the
-        // player removes those balls when it moves
-        level->paintRecordedHits();
-        view = viewMatrix(camera);
+        // apply paint hits: where balls struck during the step, in the order they struck; each
+        // splat splashes; the player removes those balls when it moves
+        for (int splats = level->paintRecordedHits(); splats > 0; --splats)
+        {
+            SoundManager::instance().playSplash();
+        }
+        look(frame);
     }
     // the view frustum culls with the view the frame started with
-    Frustum::instance().update(perspective, view);
+    Frustum::instance().update(frame.perspective, frame.view);
     sceneRoot->update(dt);
 
     if (player)
     {
         // move the player
-        movePlayer(dt, input, view);
+        movePlayer(dt, input);
+        look(frame);
         // the fall check
         fallen = camera.position.y < FALL_HEIGHT && dt > 0.0f;
     }
@@ -123,7 +127,14 @@ bool Match::update(float dt, MatchInput& input, const Mat4& perspective, Mat4& v
     return fallen;
 }
 
-void Match::movePlayer(float dt, MatchInput& input, Mat4& view)
+void Match::look(FrameView& frame) const
+{
+    frame.view = viewMatrix(camera);
+    frame.previousView = camera.previousView;
+    frame.eye = camera.position;
+}
+
+void Match::movePlayer(float dt, MatchInput& input)
 {
     if (input.levelView)
     {
@@ -148,7 +159,6 @@ void Match::movePlayer(float dt, MatchInput& input, Mat4& view)
         }
         input.throwBall = false;
     }
-    view = viewMatrix(camera);
 }
 
 void Match::drawWorld(Shader* shader)

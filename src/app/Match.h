@@ -2,6 +2,7 @@
 #pragma once
 
 #include "app/Camera.h"
+#include "app/FrameView.h"
 #include "core/Math.h"
 
 #include <functional>
@@ -52,9 +53,10 @@ public:
 
     bool playable() const { return player != nullptr; }
 
-    // One playing frame. VIEW is the camera's view matrix, brought up to date; the view frustum
-    // is given the one the frame started with. True when the player fell off the level.
-    bool update(float dt, MatchInput& input, const Mat4& perspective, Mat4& view);
+    // One playing frame. FRAME is brought up to date from the camera once the player has moved
+    // (its perspective is the caller's); the view frustum is given the view the frame started
+    // with. True when the player fell off the level.
+    bool update(float dt, MatchInput& input, FrameView& frame);
 
     // The level with its paint, drawn with SHADER (which the caller has bound).
     void drawWorld(Shader* shader);
@@ -67,7 +69,9 @@ public:
 
 private:
     // Turns and walks the camera, carries the body along and throws.
-    void movePlayer(float dt, MatchInput& input, Mat4& view);
+    void movePlayer(float dt, MatchInput& input);
+    // FRAME's view, previous view and eye from the camera.
+    void look(FrameView& frame) const;
 
     std::string levelFile;
     StageDone stageDone;

@@ -40,13 +40,11 @@ bool MatchView::blurs() const
     return Settings::instance().getBool("motionblur") && motionBlur && motionBlur->ready();
 }
 
-void MatchView::draw(Match* playing, Hud* overlay, const Mat4& projection, Mat4& eye, bool lit,
-                     bool blurred)
+void MatchView::draw(Match* playing, Hud* overlay, const FrameView& seen, bool lit, bool blurred)
 {
     match = playing;
     hud = overlay;
-    perspective = &projection;
-    view = &eye;
+    frame = &seen;
     if (blurred)
     {
         renderMotionBlurFrame();
@@ -80,8 +78,8 @@ Shader* MatchView::bindOwn(const char* name)
     }
     Shader* shader = it->second.get();
     glUseProgram(shader->getProgram());
-    shader->setMatrix("perspective", *perspective);
-    shader->setMatrix("view", *view);
+    shader->setMatrix("perspective", frame->perspective);
+    shader->setMatrix("view", frame->view);
     return shader;
 }
 
@@ -89,11 +87,7 @@ void MatchView::renderPlaying(bool lit)
 {
     const bool wireframe = Settings::instance().getBool("wireframe");
     glPolygonMode(GL_FRONT_AND_BACK, wireframe ? GL_LINE : GL_FILL);
-    if (const Camera* camera = match ? match->getCamera() : nullptr)
-    {
-        *view = viewMatrix(*camera);
-    }
-    ShaderManager::instance().setMatrices(*view, *perspective, screenOrtho());
+    ShaderManager::instance().setMatrices(frame->view, frame->perspective, screenOrtho());
 
     if (Shader* world = bindOwn(lit ? "minimal" : "unicolor"))
     {
@@ -140,13 +134,7 @@ void MatchView::drawSpheres(Shader* shader)
 void MatchView::renderMotionBlurFrame()
 {
     const bool wireframe = Settings::instance().getBool("wireframe");
-    Mat4 previousView = *view;
-    if (const Camera* camera = match ? match->getCamera() : nullptr)
-    {
-        *view = viewMatrix(*camera);
-        previousView = camera->previousView;
-    }
-    ShaderManager::instance().setMatrices(*view, *perspective, screenOrtho());
+    ShaderManager::instance().setMatrices(frame->view, frame->perspective, screenOrtho());
 
     // Where each pixel of the world moved since the last frame.
     if (!motionBlur->attach("motionblur1", true))
@@ -158,7 +146,7 @@ void MatchView::renderMotionBlurFrame()
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     if (Shader* motion = bindOwn("mbpreprocess"))
     {
-        motion->setMatrix("preview", previousView);
+        motion->setMatrix("preview", frame->previousView);
         glDrawBuffer(GL_COLOR_ATTACHMENT0);
         if (match)
         {

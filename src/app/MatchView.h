@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "app/FrameView.h"
 #include "core/Math.h"
 
 #include <map>
@@ -32,11 +33,11 @@ public:
     // Raises the ambient light by AMOUNT: the lit level flashes towards white before it turns flat.
     void brighten(float amount);
 
-    // Draws one playing frame of MATCH with the HUD; LIT while the level is still shown lit. VIEW
-    // is set from the camera. BLURRED goes through the motion-blur targets: screen motion,
+    // Draws one playing frame of MATCH seen through FRAME, with the HUD; LIT while the level is
+    // still shown lit. BLURRED goes through the motion-blur targets: screen motion,
     // colours, then the two blended into the window with the overlay on top; after a
     // framebuffer failure that draws nothing, and later frames are drawn the ordinary way.
-    void draw(Match* match, Hud* hud, const Mat4& perspective, Mat4& view, bool lit, bool blurred);
+    void draw(Match* match, Hud* hud, const FrameView& frame, bool lit, bool blurred);
     // Whether frames should go through the blur targets now.
     bool blurs() const;
 
@@ -63,6 +64,5 @@ private:
     // What the frame being drawn shows; set by draw().
     Match* match = nullptr;
     Hud* hud = nullptr;
-    const Mat4* perspective = nullptr;
-    Mat4* view = nullptr;
+    const FrameView* frame = nullptr;
 };

@@ -45,7 +45,7 @@ public:
 
 Ball::Ball(Vec3 start, Vec3 direction, Vec4 colour)
     : start(start), direction(direction), colour(colour), life(LIFE),
-      shownAt(start), tag{"Ball", this}, shape(std::make_unique<BallShape>(RADIUS))
+      shownAt(start), tag(PhysicsBody::of(this)), shape(std::make_unique<BallShape>(RADIUS))
 {
     btTransform origin;
     origin.setIdentity();

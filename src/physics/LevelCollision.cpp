@@ -6,7 +6,6 @@
 
 #include <btBulletDynamicsCommon.h>
 
-#include <cstring>
 #include <utility>
 
 namespace
@@ -16,9 +15,9 @@ PhysicsBody* tagOf(const btCollisionObject* object)
     return static_cast<PhysicsBody*>(object->getUserPointer());
 }
 
-bool named(const PhysicsBody* body, const char* name)
+bool is(const PhysicsBody* body, PhysicsBody::Kind kind)
 {
-    return body && std::strcmp(body->name, name) == 0;
+    return body && body->kind == kind;
 }
 
 // The unit normal of triangle TRIANGLE of VERTICES, turned to the side TOWARDS points to. Bullet's
@@ -51,14 +50,15 @@ void PhysicsContactReport::onTick(btDynamicsWorld& world)
         const btPersistentManifold* manifold = dispatcher->getManifoldByIndexInternal(m);
         const PhysicsBody* first = tagOf(manifold->getBody0());
         const PhysicsBody* second = tagOf(manifold->getBody1());
-        const bool levelFirst = named(first, "Level");
+        const bool levelFirst = is(first, PhysicsBody::Kind::Level);
         const PhysicsBody* levelTag = levelFirst ? first : second;
         const PhysicsBody* ballTag = levelFirst ? second : first;
-        if (!named(levelTag, "Level") || !named(ballTag, "Ball"))
+        if (!is(levelTag, PhysicsBody::Kind::Level) || !is(ballTag, PhysicsBody::Kind::Ball) ||
+            !ballTag->ball)
         {
             continue;
         }
-        auto* ball = static_cast<Ball*>(ballTag->owner);
+        Ball* ball = ballTag->ball;
         if (ball->life <= 0.0f)
         {
             continue; // it struck in an earlier tick of this step and has been recorded
@@ -122,7 +122,7 @@ std::vector<PaintHit> PhysicsContactReport::takeHits()
 
 LevelCollision::LevelCollision(const float* vertices, int32_t vertexCount,
                                std::unique_ptr<TriangleTree> triangles)
-    : contactReport(vertices, vertexCount), tag{"Level", this}, tree(std::move(triangles))
+    : contactReport(vertices, vertexCount), tag(PhysicsBody::of(this)), tree(std::move(triangles))
 {
     btRigidBody::btRigidBodyConstructionInfo info(0.0f, nullptr, &tree->shape());
     body = std::make_unique<btRigidBody>(info);

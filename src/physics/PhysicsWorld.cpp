@@ -152,7 +152,7 @@ void PhysicsWorld::sendToDebugger()
         const auto* body = static_cast<const PhysicsBody*>(objects[i]->getUserPointer());
         const btVector3& p = objects[i]->getWorldTransform().getOrigin();
         length += std::snprintf(line + length, sizeof(line) - length, "%s (%.2f %.2f %.2f) ",
-                                body ? body->name : "?", p.x(), p.y(), p.z());
+                                body ? body->name() : "?", p.x(), p.y(), p.z());
     }
     line[length++] = '\n';
     // A viewer that does not keep up loses lines; one that went away is forgotten.

@@ -14,12 +14,26 @@ class btDiscreteDynamicsWorld;
 class btDynamicsWorld;
 class btPersistentManifold;
 
-// Who a body in the world is, reached through its user pointer: "Level" or "Ball" and the game
-// object behind it.
+class Ball;
+class LevelCollision;
+
+// Who a body in the world is, reached through its user pointer: the level's collision or a
+// paint ball, and the game object behind it.
 struct PhysicsBody
 {
-    const char* name = "";
-    void* owner = nullptr;
+    enum class Kind
+    {
+        Level,
+        Ball
+    };
+    Kind kind;
+    LevelCollision* level = nullptr; // set for Kind::Level
+    Ball* ball = nullptr;            // set for Kind::Ball
+
+    static PhysicsBody of(LevelCollision* owner) { return {Kind::Level, owner, nullptr}; }
+    static PhysicsBody of(Ball* owner) { return {Kind::Ball, nullptr, owner}; }
+    // The name the remote debugger shows.
+    const char* name() const { return kind == Kind::Level ? "Level" : "Ball"; }
 };
 
 // The process-wide physics world on Bullet: gravity -9.8, fixed 1/60 s ticks, at most 8 ticks a

@@ -9,7 +9,7 @@ namespace
 {
 // Programs every part of the game shares; "font" is added by the font registry.
 const char* const SHARED_PROGRAMS[] = {"unicolor-hud", "hud",  "minimal", "unicolor",
-                                       "decal",        "menu", "level",   "decalcore"};
+                                       "decal",        "menu", "level"};
 } // namespace
 
 void ShaderManager::created()

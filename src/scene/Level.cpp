@@ -9,15 +9,25 @@
 
 #include <GL/glew.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <system_error>
 
 namespace
 {
-// Paint must win the depth test against the surface it lies on without z-fighting.
-const float DECAL_OFFSET = -4.5f;
 const Vec4 SURFACE_COLOR{1.0f, 1.0f, 1.0f, 1.0f};
+// The paint map may hold this many texels of paint-map space at most (with its pages' borders
+// and smaller levels, about 480 MiB): the density of a level's charts is the finest that fits.
+const double PAINT_MAP_TEXELS =
+    480.0 * 1024 * 1024 / double(PaintMap::PAGE_BYTES) * PaintMap::PAYLOAD * PaintMap::PAYLOAD;
+// Splats stamped at once in a frame before the clock is looked at, and how long a frame may
+// spend stamping while the whole paint is stamped again.
+const size_t STAMP_CHUNK = 64;
+const auto STAMP_BUDGET = std::chrono::milliseconds(12);
+// How often the painted share is counted.
+const auto COUNT_INTERVAL = std::chrono::milliseconds(250);
 
 // Paint is drawn only in the lit and the flat pass; the motion pass sees the bare surface.
 bool drawsPaint(const Shader* shader)
@@ -36,7 +46,7 @@ Level::~Level()
     {
         glDeleteBuffers(1, &vertexBuffer);
         glDeleteBuffers(1, &normalBuffer);
-        glDeleteBuffers(1, &uvBuffer);
+        glDeleteBuffers(1, &paintCoordBuffer);
     }
 }
 
@@ -48,48 +58,86 @@ void Level::setMesh(std::unique_ptr<float[]> newVertices, std::unique_ptr<float[
     normals = std::move(newNormals);
     uvs = std::move(newUvs);
     vertexCount = count;
+    // Where each triangle lies in the paint map, and the triangles as drawn.
+    charts = Charts(vertices.get(), vertexCount, PAINT_MAP_TEXELS, PaintMap::PAYLOAD);
+    drawn = PaintMesh::build(vertices.get(), normals.get(), hasWholeTriangles() ? vertexCount : 0,
+                             charts, PaintMap::PAYLOAD);
 }
 
 void Level::initBuffers()
 {
     model = math::scale(1.0f);
     prevModel = math::scale(1.0f);
-    const size_t count = vertexCount > 0 ? static_cast<size_t>(vertexCount) : 0;
-    vertexBuffer = createStaticBuffer(GL_ARRAY_BUFFER, vertices.get(), count * 16);
-    normalBuffer = createStaticBuffer(GL_ARRAY_BUFFER, normals.get(), count * 12);
-    uvBuffer = createStaticBuffer(GL_ARRAY_BUFFER, uvs.get(), count * 8);
+    const size_t count = size_t(drawn.count);
+    vertexBuffer = createStaticBuffer(GL_ARRAY_BUFFER, drawn.vertices.data(), count * 16);
+    normalBuffer = createStaticBuffer(GL_ARRAY_BUFFER, drawn.normals.data(), count * 12);
+    paintCoordBuffer = createStaticBuffer(GL_ARRAY_BUFFER, drawn.paint.data(), count * 16);
     glBindBuffer(GL_ARRAY_BUFFER, 0);
+    paintMap = std::make_unique<PaintMap>(charts);
 }
 
 void Level::draw(Shader* shader)
 {
-    glClear(GL_STENCIL_BUFFER_BIT);
     if (!shader)
     {
         return;
     }
-    drawSurface(shader);
-    if (!drawsPaint(shader) || paint.empty())
+    updatePaint();
+    drawSurface(shader, drawsPaint(shader) && paintMap);
+}
+
+void Level::updatePaint()
+{
+    if (!paintMap)
     {
         return;
     }
-    glEnable(GL_POLYGON_OFFSET_FILL);
-    glPolygonOffset(DECAL_OFFSET, DECAL_OFFSET);
-    glDepthMask(GL_FALSE);
-    paint.draw();
-    glDepthMask(GL_TRUE);
-    glDisable(GL_POLYGON_OFFSET_FILL);
+    const bool cut = !Settings::instance().getBool("transparency");
+    if (cut != stampedCut)
+    {
+        // How splats combine has changed: the whole paint is stamped again from the records.
+        paintMap->clear();
+        stamped = 0;
+        stampedCut = cut;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    while (stamped < splats.size())
+    {
+        const size_t end = std::min(splats.size(), stamped + STAMP_CHUNK);
+        paintMap->stamp(splats, stamped, end, cut);
+        stamped = end;
+        if (std::chrono::steady_clock::now() - start > STAMP_BUDGET)
+        {
+            break;
+        }
+    }
+    // The smaller level once the paint has caught up: while the whole paint is stamped again,
+    // making it after every part would cost as much again as the stamping.
+    if (stamped == splats.size())
+    {
+        paintMap->updateSmallerLevels();
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (now - lastCount >= COUNT_INTERVAL)
+    {
+        lastCount = now;
+        paintMap->refreshCoverage();
+    }
 }
 
-void Level::drawSurface(Shader* shader)
+void Level::drawSurface(Shader* shader, bool painted)
 {
     shader->setMatrix("model", model);
     // The level is static: its motion in the blur pass comes from the camera alone.
     shader->setMatrix("prevmodel", model);
     shader->setVec4("color", &SURFACE_COLOR.x);
-    if (vertexCount <= 0)
+    if (drawn.count <= 0)
     {
         return;
+    }
+    if (painted)
+    {
+        paintMap->bind(*shader);
     }
     if (Settings::instance().getBool("vbo"))
     {
@@ -97,18 +145,24 @@ void Level::drawSurface(Shader* shader)
         shader->setAttributeBuffer("vertex", 4);
         glBindBuffer(GL_ARRAY_BUFFER, normalBuffer);
         shader->setAttributeBuffer("normal", 3);
-        glDrawArrays(GL_TRIANGLES, 0, vertexCount);
-        shader->disableAttribute("vertex");
-        shader->disableAttribute("normal");
+        glBindBuffer(GL_ARRAY_BUFFER, paintCoordBuffer);
+        shader->setAttributeBuffer("paintmapcoord", 4);
+        glDrawArrays(GL_TRIANGLES, 0, drawn.count);
         glBindBuffer(GL_ARRAY_BUFFER, 0);
     }
     else
     {
-        shader->setAttribute("vertex", 4, vertices.get());
-        shader->setAttribute("normal", 3, normals.get());
-        glDrawArrays(GL_TRIANGLES, 0, vertexCount);
-        shader->disableAttribute("vertex");
-        shader->disableAttribute("normal");
+        shader->setAttribute("vertex", 4, drawn.vertices.data());
+        shader->setAttribute("normal", 3, drawn.normals.data());
+        shader->setAttribute("paintmapcoord", 4, drawn.paint.data());
+        glDrawArrays(GL_TRIANGLES, 0, drawn.count);
+    }
+    shader->disableAttribute("vertex");
+    shader->disableAttribute("normal");
+    shader->disableAttribute("paintmapcoord");
+    if (painted)
+    {
+        PaintMap::unbind(*shader);
     }
 }
 
@@ -151,40 +205,72 @@ bool Level::buildPhysics()
     return true;
 }
 
-void Level::paintHit(Vec3 point, Vec3 normal, Vec4 colour)
+bool Level::paintHit(Vec3 point, Vec3 normal, Vec4 colour)
 {
     hits.push_back({point, normal, colour});
-    std::list<DecalPolygon> polygons = cutSplat(point, normal);
-    if (polygons.empty())
+    // The charts the splat reaches: those of the triangles it cuts.
+    hitPolygons.clear();
+    hitTriangles.clear();
+    hitCharts.clear();
+    cut(point, normal, true, hitPolygons, &hitTriangles);
+    if (charts.size() == 0)
     {
-        return;
+        return false;
     }
-    Vec3 min, max;
-    splat::bounds(polygons, min, max);
-    paint.add(polygons, Bounds::fromMinMax(min, max), colour);
+    for (int triangle : hitTriangles)
+    {
+        const uint32_t chart = charts.chartOf(triangle);
+        if (std::find(hitCharts.begin(), hitCharts.end(), chart) == hitCharts.end())
+        {
+            hitCharts.push_back(chart);
+        }
+    }
+    if (hitCharts.empty())
+    {
+        return false;
+    }
+    const SplatFrame frame = splat::frame(point, normal);
+    splats.add(point, frame.normal, colour, std::rand() % PICTURE_COUNT, hitCharts);
+    return true;
 }
 
-void Level::paintRecordedHits()
+int Level::paintRecordedHits()
 {
     if (!collision)
     {
-        return;
+        return 0;
     }
+    int made = 0;
     for (const PaintHit& hit : collision->getContactReport().takeHits())
     {
-        paintHit(hit.point, hit.normal, hit.colour);
+        made += paintHit(hit.point, hit.normal, hit.colour) ? 1 : 0;
     }
+    return made;
 }
 
 std::list<DecalPolygon> Level::cutSplat(Vec3 point, Vec3 normal, bool tree) const
 {
-    const SplatFrame frame = splat::frame(point, normal);
     std::list<DecalPolygon> polygons;
+    cut(point, normal, tree, polygons, nullptr);
+    return polygons;
+}
+
+void Level::cut(Vec3 point, Vec3 normal, bool tree, std::list<DecalPolygon>& polygons,
+                std::vector<int>* triangles) const
+{
+    const SplatFrame frame = splat::frame(point, normal);
     if (!std::isfinite(frame.bitangent.x) || !std::isfinite(frame.bitangent.y) ||
         !std::isfinite(frame.bitangent.z))
     {
-        return polygons; // a zero normal, or a tangent along it: no surface to paint
+        return; // a zero normal, or a tangent along it: no surface to paint
     }
+    auto cutOne = [&](int triangle)
+    {
+        if (splat::cutTriangle(frame, vertices.get(), triangle, polygons) && triangles)
+        {
+            triangles->push_back(triangle);
+        }
+    };
     if (tree && collision)
     {
         Vec3 min, max;
@@ -193,13 +279,12 @@ std::list<DecalPolygon> Level::cutSplat(Vec3 point, Vec3 normal, bool tree) cons
         collision->getTree().query(min, max, nearby);
         for (int triangle : nearby)
         {
-            splat::cutTriangle(frame, vertices.get(), triangle, polygons);
+            cutOne(triangle);
         }
-        return polygons;
+        return;
     }
     for (int triangle = 0; triangle < vertexCount / 3; ++triangle)
     {
-        splat::cutTriangle(frame, vertices.get(), triangle, polygons);
+        cutOne(triangle);
     }
-    return polygons;
 }

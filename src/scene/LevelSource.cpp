@@ -22,7 +22,7 @@ const size_t SNIFF_BYTES = 64; // enough for the FBX magic and leading white spa
 class FbxLevelSource : public LevelSource
 {
 public:
-    void read(const std::string& path) override { loader.load(path); }
+    bool read(const std::string& path) override { return loader.load(path); }
 
     LevelMesh takeMesh() override
     {
@@ -45,7 +45,7 @@ private:
 class GltfLevelSource : public LevelSource
 {
 public:
-    void read(const std::string& path) override { (void)loader.load(path); }
+    bool read(const std::string& path) override { return loader.load(path); }
     LevelMesh takeMesh() override { return loader.convert(); }
     const std::string& error() const override { return loader.error(); }
 

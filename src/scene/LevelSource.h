@@ -22,7 +22,8 @@ class LevelSource
 {
 public:
     virtual ~LevelSource() = default;
-    virtual void read(const std::string& path) = 0;
+    // True when the file was read; when it was not, there is nothing to convert.
+    [[nodiscard]] virtual bool read(const std::string& path) = 0;
     virtual LevelMesh takeMesh() = 0;
     virtual const std::string& error() const = 0;
 };

@@ -73,7 +73,7 @@ const DataFile FILES[] = {
     {"sound/splash.mp3", "FMOD error! (", false, true},
 };
 
-const char* const SHADERS[] = {"decal",           "decalcore",    "font",    "hud",     "level",
+const char* const SHADERS[] = {"decal",           "font",    "hud",     "level",
                                "mbpostprocess",   "mbpreprocess", "menu",    "minimal",
                                "minimal_nolight", "unicolor-hud", "unicolor"};
 

@@ -87,7 +87,7 @@ GL_TEST(Ball, HitsArePaintedAfterTheStepOnceEachInTheOrderTheBallsStruck)
     level->paintRecordedHits();
     level->paintRecordedHits();
     ASSERT_EQ(level->getHits().size(), 3u) << "each ball paints once, however long it touches";
-    EXPECT_EQ(level->decalCount(), 3u);
+    EXPECT_EQ(level->splatCount(), 3u);
     EXPECT_EQ(level->getHits()[0].colour.x, 10.5f);
     EXPECT_EQ(level->getHits()[1].colour.x, 9.5f);
     EXPECT_EQ(level->getHits()[2].colour.x, 8.0f);

@@ -87,8 +87,7 @@ protected:
     LevelMesh play(const std::string& path, std::string* error = nullptr)
     {
         auto source = levelSourceFor(path);
-        source->read(path);
-        LevelMesh mesh = source->takeMesh();
+        LevelMesh mesh = source->read(path) ? source->takeMesh() : LevelMesh{};
         if (error)
             *error = source->error();
         return mesh;

@@ -83,22 +83,22 @@ TEST_ON(PlayingGame, MotionBlur, RecordsTheCamerasMotionAndSmearsOnlyWhenItMoves
     // A splat on the level: drawing paint switches programs, and what comes after must not care.
     Level* level = game->getLevel();
     game->getPlayer()->throwBall(game->getCamera()->viewDirection());
-    for (int i = 0; i < 300 && level->decalCount() == 0; ++i)
+    for (int i = 0; i < 300 && level->splatCount() == 0; ++i)
     {
         SDL_Delay(10);
         game->frame();
     }
-    ASSERT_GT(level->decalCount(), 0u);
+    ASSERT_GT(level->splatCount(), 0u);
 
     // Still, then as if a frame ago the eye stood a little to the left: everything has since
     // moved left on screen.
-    Camera& camera = *game->getCamera();
-    const Mat4 view = viewMatrix(camera);
+    FrameView& seen = game->getFrameView();
+    const Mat4 view = viewMatrix(*game->getCamera());
+    seen.view = view;
     for (const float shift : {0.0f, 0.3f})
     {
         SCOPED_TRACE(shift);
-        camera.previousView =
-            math::multiply(math::translate(math::identity(), {shift, 0, 0}), view);
+        seen.previousView = math::multiply(math::translate(math::identity(), {shift, 0, 0}), view);
         game->render();
         const Image plain = readFramebuffer();
         game->renderMotionBlurFrame();

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "core/Math.h"
-#include "scene/Splat.h"
+#include "paint/Splat.h"
 
 #include <memory>
 #include <vector>

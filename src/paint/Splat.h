@@ -48,25 +48,4 @@ bool cutTriangle(const SplatFrame& frame, const float* vertices, int triangle,
 // The box around every corner of POLYGONS.
 void bounds(const std::list<DecalPolygon>& polygons, Vec3& min, Vec3& max);
 
-// Where a splat picture can colour anything: an octagon on the picture (0..1 across) around all
-// its texels that are not clear, widened by REACH texels. Outside it, every texel a filter reads
-// within REACH of the point is clear, so paint there draws nothing.
-struct Outline
-{
-    static constexpr int SIDES = 8;
-    // Side k keeps the points (u, v) with dot((u, v) - (0.5, 0.5), direction k) <= limits[k],
-    // the directions 45 degrees apart from +u. The whole picture to begin with.
-    float limits[SIDES] = {1, 1, 1, 1, 1, 1, 1, 1};
-    bool empty = false; // a picture clear all over
-};
-
-// The outline of a WIDTH x HEIGHT picture (four bytes a pixel, alpha last). The picture repeats
-// beyond its edges, as the filters see it.
-Outline outline(const unsigned char* rgba, int width, int height, float reach);
-// Where a splat picture covers whatever lies under it: an octagon on the picture inside which
-// every texel a filter reads within REACH texels of a point is fully opaque. Empty when the
-// picture has no such place.
-Outline core(const unsigned char* rgba, int width, int height, float reach);
-// Cuts POLYGONS (carrying picture coordinates) to OUTLINE, dropping what lies outside it.
-void trim(std::list<DecalPolygon>& polygons, const Outline& outline);
 } // namespace splat
