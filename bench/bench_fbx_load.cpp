@@ -28,8 +28,8 @@
 
 #include "fbx/Document.h"
 #include "fbx/Reader.h"
-#include "scene/FbxLoader.h"
-#include "scene/GltfLoader.h"
+#include "import/FbxLoader.h"
+#include "import/GltfLoader.h"
 
 namespace
 {

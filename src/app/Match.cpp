@@ -6,7 +6,7 @@
 #include "physics/Player.h"
 #include "scene/Frustum.h"
 #include "scene/Level.h"
-#include "scene/LevelSource.h"
+#include "import/LevelSource.h"
 #include "scene/SceneNode.h"
 #include "scene/Sphere.h"
 #include "scene/SphereChain.h"

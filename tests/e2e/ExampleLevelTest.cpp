@@ -15,7 +15,7 @@ const char* const EXAMPLE_LEVEL = BLOTCH_SOURCE_DIR "/tests/data/example_level.f
 // 3 + 3.725. With the 45 degree vertical field of view its top is at screen row
 // 384 - 384 * (2.275 / 14.5) / tan(22.5) = 239 and its foot at 384 + 384 * (3.725 / 14.5) /
 // tan(22.5) = 622; paint on the floor in front of it shows below that.
-const int VIEW_TOP = 60; // worldView() starts at this screen row
+const int VIEW_TOP = WORLD_VIEW_TOP;
 const int WALL_TOP_ROW = 239 - VIEW_TOP;
 const int WALL_FOOT_ROW = 622 - VIEW_TOP;
 const int MARGIN = 12; // rows: a splat's soft edge

@@ -14,7 +14,7 @@
 #include <strings.h>
 
 #include "FbxTestSupport.h"
-#include "scene/FbxLoader.h"
+#include "import/FbxLoader.h"
 
 using namespace fbxtest;
 

@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "FbxTestSupport.h"
-#include "scene/FbxLoader.h"
+#include "import/FbxLoader.h"
 
 using namespace fbxtest;
 

@@ -12,7 +12,7 @@
 
 #include "FbxTestSupport.h"
 #include "fbx/Document.h"
-#include "scene/FbxLoader.h"
+#include "import/FbxLoader.h"
 
 using namespace fbx;
 using namespace fbxtest;

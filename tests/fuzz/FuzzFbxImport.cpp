@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The whole level import on arbitrary bytes: reading, the document, and FbxLoader's conversion
 // to triangle arrays with every report line. The import goes through a file, as in the game.
-#include "scene/FbxLoader.h"
+#include "import/FbxLoader.h"
 
 #include <cstdint>
 #include <cstdio>

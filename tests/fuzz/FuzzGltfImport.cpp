@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The glTF level import on arbitrary bytes: tinygltf's parsing, the accessor checks and the
 // conversion to triangle arrays. The import goes through a file, as in the game.
-#include "scene/GltfLoader.h"
+#include "import/GltfLoader.h"
 
 #include <cstdint>
 #include <cstdio>

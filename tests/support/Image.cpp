@@ -129,5 +129,5 @@ Image crop(const Image& image, int x0, int y0, int x1, int y1)
 
 Image worldView(const Image& image)
 {
-    return crop(image, 0, 76, image.width, 656);
+    return crop(image, 0, WORLD_VIEW_TOP, image.width, 656);
 }

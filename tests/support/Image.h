@@ -27,7 +27,8 @@ Image stretchedRows(const Image& image, int height);
 // The rectangle X0..X1, Y0..Y1 (exclusive) of IMAGE.
 Image crop(const Image& image, int x0, int y0, int x1, int y1);
 // The part of a 1024 x 768 game picture that shows only the world: below the overlay's text
-// lines and above its colour disc.
+// lines (from this row down) and above its colour disc.
+constexpr int WORLD_VIEW_TOP = 76;
 Image worldView(const Image& image);
 // Mean absolute difference per channel, 0..255; a huge value when the sizes differ.
 double meanDifference(const Image& a, const Image& b);

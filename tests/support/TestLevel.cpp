@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/TestLevel.h"
 
-#include "scene/FbxLoader.h"
+#include "import/FbxLoader.h"
 #include "scene/Level.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "scene/LevelSource.h"
+#include "import/LevelSource.h"
 
-#include "scene/FbxLoader.h"
-#include "scene/GltfLoader.h"
+#include "import/FbxLoader.h"
+#include "import/GltfLoader.h"
 
 #include <cctype>
 #include <cerrno>
@@ -60,9 +60,10 @@ class RefusedLevelSource : public LevelSource
 {
 public:
     explicit RefusedLevelSource(std::string reason) : reason(std::move(reason)) {}
-    void read(const std::string&) override
+    bool read(const std::string&) override
     {
         std::printf("\n-------loading the scene\nReading File failed: %s\n", reason.c_str());
+        return false;
     }
     LevelMesh takeMesh() override { return {}; }
     const std::string& error() const override { return reason; }

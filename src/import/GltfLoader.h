@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "scene/LevelSource.h"
+#include "import/LevelSource.h"
 
 #include <cstdint>
 #include <memory>

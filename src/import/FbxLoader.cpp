@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "scene/FbxLoader.h"
+#include "import/FbxLoader.h"
 
 #include <cfloat>
 #include <cmath>

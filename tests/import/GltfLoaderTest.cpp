@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The glTF level import: what it makes of a small hand-made scene, how it refuses broken files,
 // and that the shipped level reads the same through glTF as through FBX.
-#include "scene/GltfLoader.h"
-#include "scene/FbxLoader.h"
-#include "scene/LevelSource.h"
+#include "import/GltfLoader.h"
+#include "import/FbxLoader.h"
+#include "import/LevelSource.h"
 
 #include <gtest/gtest.h>
 

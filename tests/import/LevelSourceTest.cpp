@@ -2,7 +2,7 @@
 // The level sources as the game picks them: paths that are no level file, and every FBX and
 // glTF 2.0 model of another project's test suite (Debian's assimp-testmodels), each of which
 // must play or be refused with a reason that names it.
-#include "scene/LevelSource.h"
+#include "import/LevelSource.h"
 
 #include <gtest/gtest.h>
 
@@ -44,8 +44,7 @@ Outcome play(const std::string& path)
 
     Outcome outcome;
     std::unique_ptr<LevelSource> source = levelSourceFor(path);
-    source->read(path);
-    const LevelMesh mesh = source->takeMesh();
+    const LevelMesh mesh = source->read(path) ? source->takeMesh() : LevelMesh{};
     outcome.vertices = mesh.vertexCount;
     outcome.error = source->error();
     for (int32_t i = 0; i < mesh.vertexCount; ++i)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "scene/GltfLoader.h"
+#include "import/GltfLoader.h"
 
 // One translation unit holds tinygltf's code, built without its image codecs: a level needs no
 // pictures, and a decoder is one more parser for hostile bytes.
