@@ -10,7 +10,7 @@ PACKAGES=(
     libgl1-mesa-dev libgl1-mesa-dri libx11-dev
     libtinygltf-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev libbenchmark-dev libassimp-dev assimp-testmodels
-    xvfb xauth xdotool imagemagick
+    xvfb xauth xdotool imagemagick openbox
     file lintian desktop-file-utils appstream
     clang libclang-rt-dev
 )

@@ -27,6 +27,8 @@ public:
     // Four floats, r g b a, copied into the disc.
     void setColour(const float* rgba);
     const Vec4& getColour() const;
+    // While paused, "paused" stands in the middle of the screen.
+    void setPaused(bool paused) { this->paused = paused; }
 
     void draw();
 
@@ -38,4 +40,5 @@ private:
     std::unique_ptr<Sphere> swatch;
     std::string fpsText;  // empty until the first setFps
     std::string timeText; // empty until the first setTime
+    bool paused = false;
 };

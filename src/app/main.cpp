@@ -2,6 +2,7 @@
 #include "app/CommandLine.h"
 #include "app/Game.h"
 #include "core/DataPath.h"
+#include "core/SettingsFile.h"
 
 #include <csignal>
 #include <cstdio>
@@ -104,6 +105,7 @@ int main(int argc, char** argv)
     }
     auto game =
         line.levelFile.empty() ? std::make_unique<Game>() : std::make_unique<Game>(line.levelFile);
+    game->rememberSettings(settingsfile::defaultPath(), line.resetSettings, line.sensitivity);
     if (game->init())
     {
         std::fprintf(stderr, "[SUCCESS] - Successfully started Main Loop\n");

@@ -1,0 +1,428 @@
+// SPDX-License-Identifier: MIT
+#include "core/SettingsFile.h"
+
+#include "core/Settings.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+#include <vector>
+
+#include <pwd.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace settingsfile
+{
+namespace
+{
+// Far more than any settings file needs; a bigger one is not ours (and is not read whole).
+const std::uintmax_t MAX_FILE_BYTES = 64 * 1024;
+const size_t MAX_QUOTED = 40; // characters of a bad key or value quoted in a message
+const int MIN_WINDOW = 200;   // pixels: smaller leaves nothing to see
+const int MAX_WINDOW = 16384;
+
+enum class Kind
+{
+    Switch, // an on/off setting of a function key
+    Cycle,  // a cycling setting of a function key
+    Flag,   // the rest: the preferences
+    Whole,
+    Number
+};
+
+struct Entry
+{
+    const char* section;
+    const char* key;
+    Kind kind;
+    float min = 0.0f; // Whole and Number only
+    float max = 0.0f;
+};
+
+// In the order they are written.
+const Entry ENTRIES[] = {
+    {"graphics", "help", Kind::Switch},
+    {"graphics", "framerate", Kind::Switch},
+    {"graphics", "wireframe", Kind::Switch},
+    {"graphics", "vbo", Kind::Switch},
+    {"graphics", "motionblur", Kind::Switch},
+    {"graphics", "frustum", Kind::Switch},
+    {"graphics", "transparency", Kind::Switch},
+    {"graphics", "texture-quality", Kind::Cycle},
+    {"graphics", "texture-mipmap", Kind::Cycle},
+    {"window", "fullscreen", Kind::Flag},
+    {"window", "width", Kind::Whole, MIN_WINDOW, MAX_WINDOW},
+    {"window", "height", Kind::Whole, MIN_WINDOW, MAX_WINDOW},
+    {"input", "sensitivity", Kind::Number, MIN_SENSITIVITY, MAX_SENSITIVITY},
+    {"input", "invert-y", Kind::Flag},
+    {"sound", "music-volume", Kind::Number, 0.0f, 1.0f},
+    {"sound", "effects-volume", Kind::Number, 0.0f, 1.0f},
+};
+
+// The preference behind a Flag, Whole or Number entry, as a double.
+double preference(const Preferences& p, std::string_view key)
+{
+    if (key == "fullscreen") return p.fullscreen;
+    if (key == "width") return p.windowWidth;
+    if (key == "height") return p.windowHeight;
+    if (key == "sensitivity") return p.sensitivity;
+    if (key == "invert-y") return p.invertY;
+    if (key == "music-volume") return p.musicVolume;
+    return p.effectsVolume;
+}
+
+void setPreference(Preferences& p, std::string_view key, double value)
+{
+    if (key == "fullscreen") p.fullscreen = value != 0.0;
+    else if (key == "width") p.windowWidth = static_cast<int>(value);
+    else if (key == "height") p.windowHeight = static_cast<int>(value);
+    else if (key == "sensitivity") p.sensitivity = static_cast<float>(value);
+    else if (key == "invert-y") p.invertY = value != 0.0;
+    else if (key == "music-volume") p.musicVolume = static_cast<float>(value);
+    else p.effectsVolume = static_cast<float>(value);
+}
+
+std::string_view trim(std::string_view s)
+{
+    const size_t first = s.find_first_not_of(" \t");
+    if (first == std::string_view::npos)
+    {
+        return {};
+    }
+    return s.substr(first, s.find_last_not_of(" \t") - first + 1);
+}
+
+// TEXT as it may be shown in a message: short, printable.
+std::string quoted(std::string_view text)
+{
+    std::string shown = "'";
+    for (size_t i = 0; i < text.size() && i < MAX_QUOTED; ++i)
+    {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        shown += c >= 0x20 && c < 0x7f ? static_cast<char>(c) : '?';
+    }
+    return shown + (text.size() > MAX_QUOTED ? "...'" : "'");
+}
+
+const Entry* findEntry(std::string_view section, std::string_view key)
+{
+    for (const Entry& entry : ENTRIES)
+    {
+        if (section == entry.section && key == entry.key)
+        {
+            return &entry;
+        }
+    }
+    return nullptr;
+}
+
+bool knownSection(std::string_view section)
+{
+    for (const Entry& entry : ENTRIES)
+    {
+        if (section == entry.section)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The value of ENTRY written as TEXT; an empty string when it is fine, else what is wrong.
+std::string readValue(const Entry& entry, int count, std::string_view text, double& value)
+{
+    const char* first = text.data();
+    const char* last = text.data() + text.size();
+    switch (entry.kind)
+    {
+    case Kind::Switch:
+    case Kind::Flag:
+        if (text == "true" || text == "false")
+        {
+            value = text == "true";
+            return {};
+        }
+        return "must be true or false";
+    case Kind::Cycle:
+    case Kind::Whole:
+    {
+        int whole = 0;
+        const auto [end, error] = std::from_chars(first, last, whole);
+        const int low = entry.kind == Kind::Cycle ? 0 : static_cast<int>(entry.min);
+        const int high = entry.kind == Kind::Cycle ? count - 1 : static_cast<int>(entry.max);
+        if (error != std::errc() || end != last || whole < low || whole > high)
+        {
+            return "must be a whole number from " + std::to_string(low) + " to " +
+                   std::to_string(high);
+        }
+        value = whole;
+        return {};
+    }
+    case Kind::Number:
+    {
+        float number = 0.0f;
+        const auto [end, error] = std::from_chars(first, last, number);
+        if (error != std::errc() || end != last || !std::isfinite(number) || number < entry.min ||
+            number > entry.max)
+        {
+            char range[64];
+            std::snprintf(range, sizeof(range), "must be a number from %g to %g", entry.min,
+                          entry.max);
+            return range;
+        }
+        value = number;
+        return {};
+    }
+    }
+    return "cannot be read";
+}
+
+std::string formatNumber(double value)
+{
+    char text[32];
+    const auto [end, error] = std::to_chars(text, text + sizeof(text), static_cast<float>(value));
+    return error == std::errc() ? std::string(text, end) : "0";
+}
+
+} // namespace
+
+std::string homeFolder()
+{
+    if (const char* home = std::getenv("HOME"); home && *home)
+    {
+        return home;
+    }
+    if (const passwd* user = getpwuid(getuid()); user && user->pw_dir)
+    {
+        return user->pw_dir;
+    }
+    return {};
+}
+
+std::string configFolder()
+{
+    const char* config = std::getenv("XDG_CONFIG_HOME");
+    // The base directory spec asks to ignore a relative path here.
+    if (config && config[0] == '/')
+    {
+        return config;
+    }
+    const std::string home = homeFolder();
+    return home.empty() ? std::string() : home + "/.config";
+}
+
+std::string defaultPath()
+{
+    const std::string config = configFolder();
+    return config.empty() ? std::string() : config + "/blotch/settings.ini";
+}
+
+bool parse(std::string_view text, Settings& settings, Preferences& preferences,
+           std::string& problem)
+{
+    if (text.size() > MAX_FILE_BYTES)
+    {
+        problem = "the file is larger than 64 KiB";
+        return false;
+    }
+    struct Found
+    {
+        const Entry* entry;
+        double value;
+    };
+    std::vector<Found> found;
+    std::string_view section;
+    int lineNumber = 0;
+    while (!text.empty())
+    {
+        ++lineNumber;
+        const size_t end = text.find('\n');
+        std::string_view line = text.substr(0, end);
+        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+        if (!line.empty() && line.back() == '\r')
+        {
+            line.remove_suffix(1);
+        }
+        const std::string at = "line " + std::to_string(lineNumber) + ": ";
+        for (const char c : line)
+        {
+            if (static_cast<unsigned char>(c) < 0x20 && c != '\t')
+            {
+                problem = at + "control characters in the text";
+                return false;
+            }
+        }
+        line = trim(line);
+        if (line.empty() || line[0] == '#' || line[0] == ';')
+        {
+            continue;
+        }
+        if (line[0] == '[')
+        {
+            if (line.back() != ']' || !knownSection(line.substr(1, line.size() - 2)))
+            {
+                problem = at + "unknown section " + quoted(line);
+                return false;
+            }
+            section = line.substr(1, line.size() - 2);
+            continue;
+        }
+        const size_t equals = line.find('=');
+        if (equals == std::string_view::npos)
+        {
+            problem = at + "expected 'name = value', found " + quoted(line);
+            return false;
+        }
+        const std::string_view key = trim(line.substr(0, equals));
+        const Entry* entry = findEntry(section, key);
+        if (!entry)
+        {
+            problem = at + "unknown setting " + quoted(key) +
+                      (section.empty() ? "" : " in [" + std::string(section) + "]");
+            return false;
+        }
+        double value = 0.0;
+        const std::string wrong =
+            readValue(*entry, settings.getCount(entry->key), trim(line.substr(equals + 1)), value);
+        if (!wrong.empty())
+        {
+            problem = at + quoted(key) + " " + wrong;
+            return false;
+        }
+        found.push_back({entry, value});
+    }
+
+    // All of it is good: only now does anything change.
+    for (const Found& f : found)
+    {
+        switch (f.entry->kind)
+        {
+        case Kind::Switch:
+            settings.setBool(f.entry->key, f.value != 0.0);
+            break;
+        case Kind::Cycle:
+            settings.setInt(f.entry->key, static_cast<int>(f.value));
+            break;
+        default:
+            setPreference(preferences, f.entry->key, f.value);
+            break;
+        }
+    }
+    return true;
+}
+
+std::string format(Settings& settings, const Preferences& preferences)
+{
+    std::string text = "# Blotch settings, written by the game whenever one changes.\n";
+    std::string_view section;
+    for (const Entry& entry : ENTRIES)
+    {
+        if (section != entry.section)
+        {
+            section = entry.section;
+            text += "\n[" + std::string(section) + "]\n";
+        }
+        text += std::string(entry.key) + " = ";
+        switch (entry.kind)
+        {
+        case Kind::Switch:
+            text += settings.getBool(entry.key) ? "true" : "false";
+            break;
+        case Kind::Cycle:
+            text += std::to_string(settings.getInt(entry.key));
+            break;
+        case Kind::Flag:
+            text += preference(preferences, entry.key) != 0.0 ? "true" : "false";
+            break;
+        case Kind::Whole:
+            text += std::to_string(static_cast<int>(preference(preferences, entry.key)));
+            break;
+        case Kind::Number:
+            text += formatNumber(preference(preferences, entry.key));
+            break;
+        }
+        text += "\n";
+    }
+    return text;
+}
+
+Loaded load(const std::string& path, Settings& settings, Preferences& preferences)
+{
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    if (status.type() == fs::file_type::not_found)
+    {
+        return Loaded::Missing;
+    }
+    std::string problem;
+    if (error)
+    {
+        problem = error.message();
+    }
+    else if (!fs::is_regular_file(status))
+    {
+        problem = "not a regular file";
+    }
+    else if (fs::file_size(path, error) > MAX_FILE_BYTES)
+    {
+        problem = "the file is larger than 64 KiB";
+    }
+    else
+    {
+        std::ifstream in(path, std::ios::binary);
+        if (!in)
+        {
+            problem = std::strerror(errno ? errno : EACCES);
+        }
+        else
+        {
+            const std::string text((std::istreambuf_iterator<char>(in)), {});
+            if (in.bad())
+            {
+                problem = "it could not be read to the end";
+            }
+            else if (parse(text, settings, preferences, problem))
+            {
+                return Loaded::Read;
+            }
+        }
+    }
+    std::fprintf(stderr, "[ERROR] Ignoring the settings file %s: %s; using the defaults\n",
+                 path.c_str(), problem.c_str());
+    return Loaded::Damaged;
+}
+
+bool save(const std::string& path, Settings& settings, const Preferences& preferences)
+{
+    const std::string text = format(settings, preferences);
+    const std::string temporary = path + ".new";
+    std::error_code error;
+    fs::create_directories(fs::path(path).parent_path(), error);
+    bool written = false;
+    if (FILE* out = std::fopen(temporary.c_str(), "wb"))
+    {
+        written = std::fwrite(text.data(), 1, text.size(), out) == text.size();
+        written = std::fflush(out) == 0 && written;
+        written = fsync(fileno(out)) == 0 && written;
+        written = std::fclose(out) == 0 && written;
+    }
+    const int saved = errno;
+    if (written && std::rename(temporary.c_str(), path.c_str()) == 0)
+    {
+        return true;
+    }
+    std::fprintf(stderr, "[ERROR] Could not save the settings to %s: %s\n", path.c_str(),
+                 std::strerror(written ? errno : saved));
+    std::remove(temporary.c_str());
+    return false;
+}
+} // namespace settingsfile
