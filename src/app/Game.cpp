@@ -440,7 +440,7 @@ void Game::focusLost()
         {
             hud->setPaused(true);
         }
-        std::fprintf(stderr, "Paused\n");
+        std::fprintf(stderr, "Paused at %.2f s of game time\n", gameNow() / 1000.0);
     }
 }
 
@@ -461,7 +461,7 @@ void Game::focusGained()
         {
             hud->setPaused(false);
         }
-        std::fprintf(stderr, "Resumed\n");
+        std::fprintf(stderr, "Resumed at %.2f s of game time\n", gameNow() / 1000.0);
     }
 }
 
