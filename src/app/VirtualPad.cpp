@@ -85,6 +85,9 @@ void VirtualPad::run(const std::string& line)
         if (axis != SDL_CONTROLLER_AXIS_INVALID)
         {
             SDL_JoystickSetVirtualAxis(joystick, axis, static_cast<Sint16>(value));
+            // Each change becomes its events now: a press and a release read together must
+            // not cancel out before SDL looks at the pad.
+            SDL_JoystickUpdate();
             return;
         }
         std::fprintf(stderr, "[ERROR] BLOTCH_VIRTUAL_PAD: no axis '%s'\n", name.c_str());
@@ -96,6 +99,7 @@ void VirtualPad::run(const std::string& line)
         if (button != SDL_CONTROLLER_BUTTON_INVALID)
         {
             SDL_JoystickSetVirtualButton(joystick, button, value ? SDL_PRESSED : SDL_RELEASED);
+            SDL_JoystickUpdate();
             return;
         }
         std::fprintf(stderr, "[ERROR] BLOTCH_VIRTUAL_PAD: no button '%s'\n", name.c_str());

@@ -364,7 +364,7 @@ bool GameProcess::screenshot(const std::string& path)
     return status == 0 && fs::exists(path);
 }
 
-PrivateDisplay::PrivateDisplay()
+PrivateDisplay::PrivateDisplay(const std::string& screen)
 {
     if (const char* current = std::getenv("DISPLAY"))
     {
@@ -387,7 +387,7 @@ PrivateDisplay::PrivateDisplay()
         dup2(nullFd, 1);
         dup2(nullFd, 2);
         const std::string fd = std::to_string(fds[1]);
-        execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1280x1024x24", "-noreset",
+        execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", screen.c_str(), "-noreset",
                "-nolisten", "tcp", static_cast<char*>(nullptr));
         _exit(127);
     }

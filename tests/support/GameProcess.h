@@ -90,7 +90,8 @@ std::string runCommand(const std::string& command, int* status = nullptr);
 class PrivateDisplay
 {
 public:
-    PrivateDisplay();
+    // SCREEN is Xvfb's "WIDTHxHEIGHTxDEPTH".
+    explicit PrivateDisplay(const std::string& screen = "1280x1024x24");
     ~PrivateDisplay(); // stops the server and gives DISPLAY back
     PrivateDisplay(const PrivateDisplay&) = delete;
     PrivateDisplay& operator=(const PrivateDisplay&) = delete;
