@@ -270,6 +270,12 @@ bool Game::handleEvents()
                 }
                 break;
             }
+            // A held key flips fullscreen or takes pictures once, not at the repeat rate.
+            if (event.key.repeat && (event.key.keysym.scancode == SDL_SCANCODE_F11 ||
+                                     event.key.keysym.scancode == SDL_SCANCODE_F12))
+            {
+                break;
+            }
             pressKey(event.key.keysym.scancode);
             break;
         case SDL_MOUSEBUTTONDOWN:

@@ -466,3 +466,68 @@ TEST_F(E2eDesktop, F12SavesThePictureOnScreenOrSaysWhyNot)
     game.key("Escape");
     EXPECT_EQ(game.waitExit(10.0), 0);
 }
+
+namespace
+{
+// The first lit row from the top in column X of the world: the top of a pillar.
+int topOfPillar(const Image& picture, int x)
+{
+    for (int y = 60; y < picture.height; ++y)
+    {
+        if (picture.pixel(x, y)[0] > 200)
+        {
+            return y;
+        }
+    }
+    return picture.height;
+}
+} // namespace
+
+// The mouse turns the view by the sensitivity times 0.0609 radians a pixel, and invert-y makes
+// moving it forward (down the screen) look up instead of down.
+TEST_F(E2eDesktop, TheSensitivityScalesTheMouseAndInvertYFlipsTheVerticalLook)
+{
+    const int pillarColumn = 357; // the middle of the 1 m pillar, left of the centre
+    struct Run
+    {
+        const char* settings;
+        int horizontalChange; // pixels of the world view changed by 20 pixels of mouse motion
+        int pillarMoved;      // rows the pillar's top moved by 20 pixels down
+    };
+    std::vector<Run> runs = {{"", 0, 0}, {"[input]\nsensitivity = 0.05\ninvert-y = true\n", 0, 0}};
+    for (Run& run : runs)
+    {
+        GameProcess game(GameProcess::Data::Copy);
+        usePillarLevel(game);
+        if (*run.settings)
+        {
+            fs::create_directories(game.configDir() + "/blotch");
+            std::ofstream(settingsFile(game)) << run.settings;
+        }
+        ASSERT_TRUE(game.launch()) << game.errorText();
+        ASSERT_TRUE(game.startMatch(GameProcess::START_SECONDS));
+        game.waitExit(3.5);
+        const Image level = loadImage(shot(game, "level"));
+        game.mouseMoveRelative(0, 20);
+        game.waitExit(0.5);
+        const Image vertical = loadImage(shot(game, "vertical"));
+        run.pillarMoved = topOfPillar(vertical, pillarColumn) - topOfPillar(level, pillarColumn);
+        game.mouseMoveRelative(20, 0);
+        game.waitExit(0.5);
+        run.horizontalChange =
+            countDifferent(worldView(vertical), worldView(loadImage(shot(game, "turned"))), 8);
+        game.key("Escape");
+        EXPECT_EQ(game.waitExit(10.0), 0);
+    }
+    const Run& usual = runs[0];
+    const Run& slowInverted = runs[1];
+    // Looking down lifts the pillar on screen; the look is clamped to 3.5 degrees either way
+    // (about 60 rows), which both runs reach.
+    EXPECT_LT(usual.pillarMoved, -30);
+    EXPECT_GT(slowInverted.pillarMoved, 30);
+    // 20 pixels turn the usual view by 70 degrees: almost everything changes. At 0.05 times
+    // that it is 3.5 degrees: the pillars' edges move a little.
+    EXPECT_GT(usual.horizontalChange, 20000);
+    EXPECT_GT(slowInverted.horizontalChange, 100);
+    EXPECT_LT(slowInverted.horizontalChange, usual.horizontalChange / 4);
+}
