@@ -37,9 +37,9 @@ const char* const KEYS = "Keys:\n"
                          "  F12               save a screenshot in the pictures folder\n"
                          "  Escape            quit\n"
                          "\n"
-                         "Gamepad: left stick walks, right stick looks, right trigger or A throws,\n"
-                         "Start starts a match, Back quits, the d-pad moves the menu cursor.\n"
-                         "Switching to another window pauses a match.\n";
+                         "Gamepad: left stick walks, right stick looks, right trigger or\n"
+                         "A throws, Start starts a match, Back quits, the d-pad moves the\n"
+                         "menu cursor. Switching to another window pauses a match.\n";
 
 // FACTOR as the sensitivity option takes it; false when it is no number in range.
 bool readSensitivity(const char* text, float& factor)

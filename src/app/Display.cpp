@@ -55,8 +55,8 @@ bool openWindow(Display& display, int width, int height, bool fullscreen)
         SDL_GL_SetAttribute(SDL_GL_CONTEXT_FLAGS, SDL_GL_CONTEXT_DEBUG_FLAG);
     }
 
-    Uint32 flags = SDL_WINDOW_OPENGL | SDL_WINDOW_SHOWN | SDL_WINDOW_RESIZABLE |
-                   SDL_WINDOW_ALLOW_HIGHDPI;
+    Uint32 flags =
+        SDL_WINDOW_OPENGL | SDL_WINDOW_SHOWN | SDL_WINDOW_RESIZABLE | SDL_WINDOW_ALLOW_HIGHDPI;
     if (fullscreen)
     {
         flags |= SDL_WINDOW_FULLSCREEN_DESKTOP;
@@ -96,8 +96,8 @@ bool openWindow(Display& display, int width, int height, bool fullscreen)
 
 void setFullscreen(Display& display, bool fullscreen)
 {
-    if (display.window &&
-        SDL_SetWindowFullscreen(display.window, fullscreen ? SDL_WINDOW_FULLSCREEN_DESKTOP : 0) == 0)
+    if (display.window && SDL_SetWindowFullscreen(
+                              display.window, fullscreen ? SDL_WINDOW_FULLSCREEN_DESKTOP : 0) == 0)
     {
         display.fullscreen = fullscreen;
     }

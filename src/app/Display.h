@@ -6,8 +6,8 @@ struct SDL_Window;
 // The game's one window and its GL context.
 struct Display
 {
-    int width = 0;  // drawable pixels (more than the window's size on a high-DPI screen)
-    int height = 0; // drawable pixels
+    int width = 0;           // drawable pixels (more than the window's size on a high-DPI screen)
+    int height = 0;          // drawable pixels
     bool fullscreen = false; // desktop fullscreen
     SDL_Window* window = nullptr;
     void* context = nullptr; // the SDL GL context

@@ -3,11 +3,11 @@
 
 #include "app/Display.h"
 #include "app/Hud.h"
-#include "app/Screenshot.h"
-#include "app/VirtualPad.h"
 #include "app/Match.h"
 #include "app/MatchView.h"
 #include "app/Menu.h"
+#include "app/Screenshot.h"
+#include "app/VirtualPad.h"
 #include "core/DataPath.h"
 #include "core/Settings.h"
 #include "physics/PhysicsWorld.h"

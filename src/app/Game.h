@@ -145,7 +145,7 @@ private:
 
     // The desktop side: remembered settings, pads, pausing and screenshots.
     Preferences preferences;
-    std::string settingsPath; // empty: nothing is read or written
+    std::string settingsPath;         // empty: nothing is read or written
     float sensitivityOverride = 0.0f; // from the command line; 0: the remembered one
     bool unsavedSettings = false;
     uint32_t settingsChangedAt = 0; // SDL ticks of the last change not yet written

@@ -4,8 +4,8 @@
 #include "app/Hud.h"
 #include "app/Match.h"
 #include "core/Settings.h"
-#include "render/Shader.h"
 #include "render/ScreenBox.h"
+#include "render/Shader.h"
 #include "render/ShaderManager.h"
 #include "scene/MotionBlur.h"
 

@@ -94,8 +94,7 @@ void VirtualPad::run(const std::string& line)
     }
     else if (command == "button" && words >> name >> value && joystick)
     {
-        const SDL_GameControllerButton button =
-            SDL_GameControllerGetButtonFromString(name.c_str());
+        const SDL_GameControllerButton button = SDL_GameControllerGetButtonFromString(name.c_str());
         if (button != SDL_CONTROLLER_BUTTON_INVALID)
         {
             SDL_JoystickSetVirtualButton(joystick, button, value ? SDL_PRESSED : SDL_RELEASED);

@@ -46,49 +46,81 @@ struct Entry
     Kind kind;
     float min = 0.0f; // Whole and Number only
     float max = 0.0f;
+    // Where a preference lives: the one member for its kind.
+    bool Preferences::*flag = nullptr;
+    int Preferences::*whole = nullptr;
+    float Preferences::*number = nullptr;
 };
+
+Entry switchEntry(const char* key, Kind kind)
+{
+    return {"graphics", key, kind};
+}
+Entry flagEntry(const char* section, const char* key, bool Preferences::*flag)
+{
+    Entry entry{section, key, Kind::Flag};
+    entry.flag = flag;
+    return entry;
+}
+Entry wholeEntry(const char* section, const char* key, int Preferences::*whole, int min, int max)
+{
+    Entry entry{section, key, Kind::Whole, static_cast<float>(min), static_cast<float>(max)};
+    entry.whole = whole;
+    return entry;
+}
+Entry numberEntry(const char* section, const char* key, float Preferences::*number, float min,
+                  float max)
+{
+    Entry entry{section, key, Kind::Number, min, max};
+    entry.number = number;
+    return entry;
+}
 
 // In the order they are written.
 const Entry ENTRIES[] = {
-    {"graphics", "help", Kind::Switch},
-    {"graphics", "framerate", Kind::Switch},
-    {"graphics", "wireframe", Kind::Switch},
-    {"graphics", "vbo", Kind::Switch},
-    {"graphics", "motionblur", Kind::Switch},
-    {"graphics", "frustum", Kind::Switch},
-    {"graphics", "transparency", Kind::Switch},
-    {"graphics", "texture-quality", Kind::Cycle},
-    {"graphics", "texture-mipmap", Kind::Cycle},
-    {"window", "fullscreen", Kind::Flag},
-    {"window", "width", Kind::Whole, MIN_WINDOW, MAX_WINDOW},
-    {"window", "height", Kind::Whole, MIN_WINDOW, MAX_WINDOW},
-    {"input", "sensitivity", Kind::Number, MIN_SENSITIVITY, MAX_SENSITIVITY},
-    {"input", "invert-y", Kind::Flag},
-    {"sound", "music-volume", Kind::Number, 0.0f, 1.0f},
-    {"sound", "effects-volume", Kind::Number, 0.0f, 1.0f},
+    switchEntry("help", Kind::Switch),
+    switchEntry("framerate", Kind::Switch),
+    switchEntry("wireframe", Kind::Switch),
+    switchEntry("vbo", Kind::Switch),
+    switchEntry("motionblur", Kind::Switch),
+    switchEntry("frustum", Kind::Switch),
+    switchEntry("transparency", Kind::Switch),
+    switchEntry("texture-quality", Kind::Cycle),
+    switchEntry("texture-mipmap", Kind::Cycle),
+    flagEntry("window", "fullscreen", &Preferences::fullscreen),
+    wholeEntry("window", "width", &Preferences::windowWidth, MIN_WINDOW, MAX_WINDOW),
+    wholeEntry("window", "height", &Preferences::windowHeight, MIN_WINDOW, MAX_WINDOW),
+    numberEntry("input", "sensitivity", &Preferences::sensitivity, MIN_SENSITIVITY,
+                MAX_SENSITIVITY),
+    flagEntry("input", "invert-y", &Preferences::invertY),
+    numberEntry("sound", "music-volume", &Preferences::musicVolume, 0.0f, 1.0f),
+    numberEntry("sound", "effects-volume", &Preferences::effectsVolume, 0.0f, 1.0f),
 };
 
 // The preference behind a Flag, Whole or Number entry, as a double.
-double preference(const Preferences& p, std::string_view key)
+double preference(const Preferences& p, const Entry& entry)
 {
-    if (key == "fullscreen") return p.fullscreen;
-    if (key == "width") return p.windowWidth;
-    if (key == "height") return p.windowHeight;
-    if (key == "sensitivity") return p.sensitivity;
-    if (key == "invert-y") return p.invertY;
-    if (key == "music-volume") return p.musicVolume;
-    return p.effectsVolume;
+    if (entry.flag)
+    {
+        return p.*entry.flag ? 1.0 : 0.0;
+    }
+    return entry.whole ? p.*entry.whole : p.*entry.number;
 }
 
-void setPreference(Preferences& p, std::string_view key, double value)
+void setPreference(Preferences& p, const Entry& entry, double value)
 {
-    if (key == "fullscreen") p.fullscreen = value != 0.0;
-    else if (key == "width") p.windowWidth = static_cast<int>(value);
-    else if (key == "height") p.windowHeight = static_cast<int>(value);
-    else if (key == "sensitivity") p.sensitivity = static_cast<float>(value);
-    else if (key == "invert-y") p.invertY = value != 0.0;
-    else if (key == "music-volume") p.musicVolume = static_cast<float>(value);
-    else p.effectsVolume = static_cast<float>(value);
+    if (entry.flag)
+    {
+        p.*entry.flag = value != 0.0;
+    }
+    else if (entry.whole)
+    {
+        p.*entry.whole = static_cast<int>(value);
+    }
+    else
+    {
+        p.*entry.number = static_cast<float>(value);
+    }
 }
 
 std::string_view trim(std::string_view s)
@@ -313,7 +345,7 @@ bool parse(std::string_view text, Settings& settings, Preferences& preferences,
             settings.setInt(f.entry->key, static_cast<int>(f.value));
             break;
         default:
-            setPreference(preferences, f.entry->key, f.value);
+            setPreference(preferences, *f.entry, f.value);
             break;
         }
     }
@@ -341,13 +373,13 @@ std::string format(Settings& settings, const Preferences& preferences)
             text += std::to_string(settings.getInt(entry.key));
             break;
         case Kind::Flag:
-            text += preference(preferences, entry.key) != 0.0 ? "true" : "false";
+            text += preference(preferences, entry) != 0.0 ? "true" : "false";
             break;
         case Kind::Whole:
-            text += std::to_string(static_cast<int>(preference(preferences, entry.key)));
+            text += std::to_string(static_cast<int>(preference(preferences, entry)));
             break;
         case Kind::Number:
-            text += formatNumber(preference(preferences, entry.key));
+            text += formatNumber(preference(preferences, entry));
             break;
         }
         text += "\n";

@@ -13,7 +13,8 @@ Viewport screenBox(int width, int height)
 {
     Viewport box;
     // Compare in whole numbers, so a drawable of exactly 4:3 gets exactly all of it.
-    if (static_cast<long long>(width) * SCREEN_HEIGHT > static_cast<long long>(height) * SCREEN_WIDTH)
+    if (static_cast<long long>(width) * SCREEN_HEIGHT >
+        static_cast<long long>(height) * SCREEN_WIDTH)
     {
         box.height = height;
         box.width = static_cast<int>(static_cast<long long>(height) * SCREEN_WIDTH / SCREEN_HEIGHT);

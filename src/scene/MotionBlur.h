@@ -8,8 +8,8 @@ class Shader;
 // The render targets of the motion-blur frame: one framebuffer with a 24-bit depth buffer and
 // two colour textures of the window's drawable size registered with the texture manager,
 // "motionblur1" (per-pixel screen motion) and "motionblur2" (the frame's colours), and the
-// full-screen quad that blends them into the window. The game drives the passes (Game::renderMotionBlurFrame); this class
-// owns the GL objects and the steps that touch them.
+// full-screen quad that blends them into the window. The game drives the passes
+// (Game::renderMotionBlurFrame); this class owns the GL objects and the steps that touch them.
 class MotionBlur
 {
 public:
@@ -49,7 +49,7 @@ private:
     void release();
     void allocate();
 
-    int width;  // pixels, as the window's drawable
+    int width; // pixels, as the window's drawable
     int height;
 
     unsigned int motionTexture = 0; // "motionblur1" as created

@@ -17,7 +17,7 @@ const int MIXING_CHANNELS = 100; // plenty for overlapping throws and splashes
 const int FREQUENCY = 44100;
 const int SIGMATEL_FREQUENCY = 48000; // those codecs resample badly from 44.1 kHz
 const int CHUNK_SIZE = 1024;          // samples per mix: low latency for throws
-const int SHOT1_THRESHOLD = 70; // rand() below this picks the rarer throw sound
+const int SHOT1_THRESHOLD = 70;       // rand() below this picks the rarer throw sound
 
 unsigned int packVersion(const SDL_version* v)
 {

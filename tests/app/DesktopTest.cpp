@@ -39,10 +39,13 @@ TEST(CommandLine, SensitivityTakesAFactorInRangeAndResetNeedsNoValue)
     EXPECT_FLOAT_EQ(parse({"--sensitivity", "0.05"}).sensitivity, 0.05f);
     EXPECT_FLOAT_EQ(parse({"--sensitivity", "5"}).sensitivity, 5.0f);
 
-    for (const std::vector<const char*>& bad :
-         {std::vector<const char*>{"--sensitivity"}, {"--sensitivity", "0.04"},
-          {"--sensitivity", "6"}, {"--sensitivity", "fast"}, {"--sensitivity", ""},
-          {"--sensitivity", "1x"}, {"--sensitivity", "nan"}})
+    for (const std::vector<const char*>& bad : {std::vector<const char*>{"--sensitivity"},
+                                                {"--sensitivity", "0.04"},
+                                                {"--sensitivity", "6"},
+                                                {"--sensitivity", "fast"},
+                                                {"--sensitivity", ""},
+                                                {"--sensitivity", "1x"},
+                                                {"--sensitivity", "nan"}})
     {
         const CommandLine line = parse(bad);
         EXPECT_EQ(line.action, CommandLine::Action::Misuse) << bad.back();
@@ -118,12 +121,12 @@ TEST(ScreenBox, TheLayoutKeepsItsAspectCentredInAnyWindow)
         int width, height;
         Viewport box;
     } cases[] = {
-        {1024, 768, {0, 0, 1024, 768}},    // the layout's own size: all of it
-        {1600, 900, {200, 0, 1200, 900}},  // wide: bars left and right
-        {1280, 1024, {0, 32, 1280, 960}},  // tall: bars above and below
-        {2048, 1536, {0, 0, 2048, 1536}},  // a high-DPI drawable of the same shape
-        {801, 600, {0, 0, 800, 600}},      // rounding never leaves the drawable
-        {1, 1, {0, 0, 1, 1}},              // never empty
+        {1024, 768, {0, 0, 1024, 768}},   // the layout's own size: all of it
+        {1600, 900, {200, 0, 1200, 900}}, // wide: bars left and right
+        {1280, 1024, {0, 32, 1280, 960}}, // tall: bars above and below
+        {2048, 1536, {0, 0, 2048, 1536}}, // a high-DPI drawable of the same shape
+        {801, 600, {0, 0, 800, 600}},     // rounding never leaves the drawable
+        {1, 1, {0, 0, 1, 1}},             // never empty
     };
     for (const auto& c : cases)
     {

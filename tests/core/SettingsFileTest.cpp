@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "core/Settings.h"
 #include "core/SettingsFile.h"
+#include "core/Settings.h"
 #include "support/Fixtures.h"
 
 #include <cstdlib>
@@ -214,8 +214,7 @@ TEST_ON(RegistryTest, SettingsFile, AMissingFileIsTheDefaultsAndADamagedOneIsLef
     fs::create_directory(path);
     testing::internal::CaptureStderr();
     EXPECT_EQ(settingsfile::load(path, freshSettings(), defaults), settingsfile::Loaded::Damaged);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("not a regular file"),
-              std::string::npos);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("not a regular file"), std::string::npos);
 }
 
 TEST_ON(RegistryTest, SettingsFile, AFileThatCannotBeWrittenIsSaidAndTheOldOneStays)
@@ -224,8 +223,8 @@ TEST_ON(RegistryTest, SettingsFile, AFileThatCannotBeWrittenIsSaidAndTheOldOneSt
     // A file where the settings folder should be.
     std::ofstream(folder.path + "/blotch") << "not a folder";
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(settingsfile::save(folder.path + "/blotch/settings.ini", freshSettings(),
-                                    Preferences{}));
+    EXPECT_FALSE(
+        settingsfile::save(folder.path + "/blotch/settings.ini", freshSettings(), Preferences{}));
     const std::string said = testing::internal::GetCapturedStderr();
     EXPECT_NE(said.find("[ERROR] Could not save the settings to " + folder.path +
                         "/blotch/settings.ini: "),

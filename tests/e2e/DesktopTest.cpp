@@ -87,7 +87,8 @@ bool waitForWindowSize(unsigned long window, int width, int height, double secon
 fbxtest::AsciiMesh floorWithPillars()
 {
     fbxtest::AsciiMesh mesh = smallFloor();
-    for (const auto& [x0, x1] : {std::pair{-4.3, -3.8}, {-2.0, -1.5}, {0.0, 1.0}, {4.0, 4.6}, {7.5, 8.0}})
+    for (const auto& [x0, x1] :
+         {std::pair{-4.3, -3.8}, {-2.0, -1.5}, {0.0, 1.0}, {4.0, 4.6}, {7.5, 8.0}})
     {
         const int first = static_cast<int>(mesh.vertices.size() / 3);
         mesh.vertices.insert(mesh.vertices.end(),
@@ -227,8 +228,7 @@ TEST_F(E2eDesktop, AWideWindowShowsTheLevelUndistortedAndTheOverlayScaledToFit)
 
     game.key("Escape");
     EXPECT_EQ(game.waitExit(10.0), 0);
-    EXPECT_NE(readText(settingsFile(game)).find("width = 1600\nheight = 900\n"),
-              std::string::npos)
+    EXPECT_NE(readText(settingsFile(game)).find("width = 1600\nheight = 900\n"), std::string::npos)
         << readText(settingsFile(game));
 }
 
@@ -430,8 +430,7 @@ TEST_F(E2eDesktop, AnotherWindowTakingTheFocusPausesTheMatchUntilTheFocusComesBa
     const Image running1 = loadImage(shot(game, "running1"));
     game.waitExit(1.2);
     const Image running2 = loadImage(shot(game, "running2"));
-    EXPECT_GT(countDifferent(crop(running1, 0, 0, 1024, 60), crop(running2, 0, 0, 1024, 60), 8),
-              10)
+    EXPECT_GT(countDifferent(crop(running1, 0, 0, 1024, 60), crop(running2, 0, 0, 1024, 60), 8), 10)
         << "the game time does not run again";
     EXPECT_LT(ink(crop(running2, 420, 360, 610, 410)), 10);
     game.key("Escape");
@@ -508,7 +507,8 @@ TEST_F(E2eDesktop, TheSensitivityScalesTheMouseAndInvertYFlipsTheVerticalLook)
         int edgeMoved;        // columns the leftmost pillar moved by them
         int pillarMoved;      // rows the pillar's top moved by 20 pixels down
     };
-    std::vector<Run> runs = {{"", 0, 0, 0}, {"[input]\nsensitivity = 0.05\ninvert-y = true\n", 0, 0, 0}};
+    std::vector<Run> runs = {{"", 0, 0, 0},
+                             {"[input]\nsensitivity = 0.05\ninvert-y = true\n", 0, 0, 0}};
     for (Run& run : runs)
     {
         GameProcess game(GameProcess::Data::Copy);

@@ -198,7 +198,8 @@ bool GameProcess::start(const std::vector<std::string>& environment)
 
 bool GameProcess::launch(const std::vector<std::string>& environment)
 {
-    return start(environment) && waitForError("[SUCCESS] - Successfully started Main Loop", START_SECONDS) &&
+    return start(environment) &&
+           waitForError("[SUCCESS] - Successfully started Main Loop", START_SECONDS) &&
            window() != 0;
 }
 
