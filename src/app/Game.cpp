@@ -52,6 +52,8 @@ const float STICK_LOOK_RATE = 30.0f;
 // throw again.
 const int TRIGGER_PRESS = 16000;
 const int TRIGGER_RELEASE = 8000;
+// A paused match only waits for the focus to come back: no need to draw at full speed.
+const uint32_t PAUSED_FRAME_MS = 30;
 
 // The graphics switches on the function keys: on/off switches toggle, the others cycle.
 struct SwitchKey
@@ -214,6 +216,10 @@ void Game::run()
     while (handleEvents())
     {
         frame();
+        if (gameTime.paused())
+        {
+            SDL_Delay(PAUSED_FRAME_MS);
+        }
     }
 }
 
