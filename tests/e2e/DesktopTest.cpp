@@ -129,6 +129,18 @@ public:
     {
         runCommand("timeout 5 xdotool windowfocus --sync " + std::to_string(window));
     }
+    // Whether this client can take the pointer, as no one else holds it.
+    bool pointerFree()
+    {
+        const int grabbed = XGrabPointer(x, window, False, 0, GrabModeAsync, GrabModeAsync, None,
+                                         None, CurrentTime);
+        if (grabbed == GrabSuccess)
+        {
+            XUngrabPointer(x, CurrentTime);
+        }
+        XSync(x, False);
+        return grabbed == GrabSuccess;
+    }
 
 private:
     Display* x = nullptr;
@@ -407,8 +419,11 @@ TEST_F(E2eDesktop, AnotherWindowTakingTheFocusPausesTheMatchUntilTheFocusComesBa
     EXPECT_EQ(game.errorText().find("Paused"), std::string::npos) << "paused with the focus";
 
     OtherWindow other;
+    EXPECT_FALSE(other.pointerFree()) << "the game does not hold the mouse while it plays";
     other.takeFocus();
     ASSERT_TRUE(game.waitForError("Paused at ", 5.0));
+    game.waitExit(0.2);
+    EXPECT_TRUE(other.pointerFree()) << "the paused game still holds the mouse";
     game.waitExit(0.5);
     const Image paused1 = loadImage(shot(game, "paused1"));
     game.waitExit(1.5);
