@@ -28,12 +28,6 @@ std::string snapshot(Settings& settings, const Preferences& preferences)
     return settingsfile::format(settings, preferences);
 }
 
-std::string readText(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), {});
-}
-
 // A private folder for files, removed afterwards.
 struct TempFolder
 {
@@ -207,7 +201,7 @@ TEST_ON(RegistryTest, SettingsFile, AMissingFileIsTheDefaultsAndADamagedOneIsLef
                         ": line 2: 'music-volume' must be a number from 0 to 1; using the "
                         "defaults\n");
     EXPECT_EQ(defaults, Preferences{});
-    EXPECT_EQ(readText(path), damaged);
+    EXPECT_EQ(readFile(path), damaged);
 
     // A folder where the file should be is not read either.
     fs::remove(path);
@@ -230,7 +224,7 @@ TEST_ON(RegistryTest, SettingsFile, AFileThatCannotBeWrittenIsSaidAndTheOldOneSt
                         "/blotch/settings.ini: "),
               std::string::npos)
         << said;
-    EXPECT_EQ(readText(folder.path + "/blotch"), "not a folder");
+    EXPECT_EQ(readFile(folder.path + "/blotch"), "not a folder");
 }
 
 TEST_ON(RegistryTest, SettingsFile, ThePathFollowsXdgConfigHomeAndElseTheHomeFolder)

@@ -3,6 +3,7 @@
 // between runs, a gamepad (SDL's virtual joystick, fed through BLOTCH_VIRTUAL_PAD), pausing when
 // another window takes the focus, and screenshots.
 #include "E2eTest.h"
+#include "support/Fixtures.h"
 
 #include <X11/Xlib.h>
 
@@ -25,12 +26,6 @@ namespace
 void wait(double seconds)
 {
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-}
-
-std::string readText(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), {});
 }
 
 size_t count(const std::string& text, const std::string& part)
@@ -240,8 +235,8 @@ TEST_F(E2eDesktop, AWideWindowShowsTheLevelUndistortedAndTheOverlayScaledToFit)
 
     game.key("Escape");
     EXPECT_EQ(game.waitExit(10.0), 0);
-    EXPECT_NE(readText(settingsFile(game)).find("width = 1600\nheight = 900\n"), std::string::npos)
-        << readText(settingsFile(game));
+    EXPECT_NE(readFile(settingsFile(game)).find("width = 1600\nheight = 900\n"), std::string::npos)
+        << readFile(settingsFile(game));
 }
 
 TEST_F(E2eDesktop, FullscreenFillsTheScreenWithTheMenuLetterboxedAndIsRemembered)
@@ -269,7 +264,7 @@ TEST_F(E2eDesktop, FullscreenFillsTheScreenWithTheMenuLetterboxedAndIsRemembered
     EXPECT_LT(meanDifference(box, expectedMenu("menu01")), 6.0);
     game.key("Escape");
     EXPECT_EQ(game.waitExit(10.0), 0);
-    EXPECT_NE(readText(settingsFile(game)).find("fullscreen = true"), std::string::npos);
+    EXPECT_NE(readFile(settingsFile(game)).find("fullscreen = true"), std::string::npos);
 
     // The next start is fullscreen; Alt+Return gives the window back.
     GameProcess again;
@@ -279,7 +274,7 @@ TEST_F(E2eDesktop, FullscreenFillsTheScreenWithTheMenuLetterboxedAndIsRemembered
     EXPECT_TRUE(waitForWindowSize(again.window(), 1024, 768));
     again.key("Escape");
     EXPECT_EQ(again.waitExit(10.0), 0);
-    const std::string settings = readText(settingsFile(game));
+    const std::string settings = readFile(settingsFile(game));
     EXPECT_NE(settings.find("fullscreen = false"), std::string::npos) << settings;
     EXPECT_NE(settings.find("width = 1024\nheight = 768\n"), std::string::npos) << settings;
 }
@@ -293,7 +288,7 @@ TEST_F(E2eDesktop, SwitchesSetWithKeysSurviveARestart)
     first.key("F9");
     first.key("Escape");
     EXPECT_EQ(first.waitExit(10.0), 0);
-    const std::string written = readText(settingsFile(first));
+    const std::string written = readFile(settingsFile(first));
     EXPECT_NE(written.find("help = true"), std::string::npos) << written;
     EXPECT_NE(written.find("transparency = false"), std::string::npos) << written;
 
@@ -311,7 +306,7 @@ TEST_F(E2eDesktop, SwitchesSetWithKeysSurviveARestart)
     EXPECT_LT(ink(withoutHelp), 20);
     second.key("Escape");
     EXPECT_EQ(second.waitExit(10.0), 0);
-    EXPECT_NE(readText(settingsFile(first)).find("help = false"), std::string::npos);
+    EXPECT_NE(readFile(settingsFile(first)).find("help = false"), std::string::npos);
 }
 
 TEST_F(E2eDesktop, ADamagedSettingsFileIsReportedOnceAndLeftAloneAndResetStartsFromDefaults)
@@ -329,7 +324,7 @@ TEST_F(E2eDesktop, ADamagedSettingsFileIsReportedOnceAndLeftAloneAndResetStartsF
     EXPECT_EQ(count(game.errorText(), "settings file"), 1u);
     game.key("Escape");
     EXPECT_EQ(game.waitExit(10.0), 0);
-    EXPECT_EQ(readText(settingsFile(game)), damaged);
+    EXPECT_EQ(readFile(settingsFile(game)), damaged);
 
     // With --reset-settings the file is not read: F1 turns help on from its default, off.
     std::ofstream(settingsFile(game), std::ios::trunc) << "[graphics]\nhelp = true\n";
@@ -339,7 +334,7 @@ TEST_F(E2eDesktop, ADamagedSettingsFileIsReportedOnceAndLeftAloneAndResetStartsF
     reset.key("F1");
     reset.key("Escape");
     EXPECT_EQ(reset.waitExit(10.0), 0);
-    EXPECT_NE(readText(settingsFile(game)).find("help = true"), std::string::npos);
+    EXPECT_NE(readFile(settingsFile(game)).find("help = true"), std::string::npos);
 }
 
 TEST_F(E2eDesktop, AVirtualPadDrivesTheMenuWalksLooksAndThrows)
