@@ -218,6 +218,70 @@ std::string readValue(const Entry& entry, int count, std::string_view text, doub
     return "cannot be read";
 }
 
+// A value read from the file, applied once the whole file has been read.
+struct Found
+{
+    const Entry* entry;
+    double value;
+};
+
+// One line of the file: blank, a comment, a section (which becomes SECTION) or a setting (added
+// to FOUND). False, with WRONG saying why, for anything else.
+bool readLine(std::string_view line, const Settings& settings, std::string_view& section,
+              std::vector<Found>& found, std::string& wrong)
+{
+    if (!line.empty() && line.back() == '\r')
+    {
+        line.remove_suffix(1);
+    }
+    for (const char c : line)
+    {
+        if (static_cast<unsigned char>(c) < 0x20 && c != '\t')
+        {
+            wrong = "control characters in the text";
+            return false;
+        }
+    }
+    line = trim(line);
+    if (line.empty() || line[0] == '#' || line[0] == ';')
+    {
+        return true;
+    }
+    if (line[0] == '[')
+    {
+        if (line.back() != ']' || !knownSection(line.substr(1, line.size() - 2)))
+        {
+            wrong = "unknown section " + quoted(line);
+            return false;
+        }
+        section = line.substr(1, line.size() - 2);
+        return true;
+    }
+    const size_t equals = line.find('=');
+    if (equals == std::string_view::npos)
+    {
+        wrong = "expected 'name = value', found " + quoted(line);
+        return false;
+    }
+    const std::string_view key = trim(line.substr(0, equals));
+    const Entry* entry = findEntry(section, key);
+    if (!entry)
+    {
+        wrong = "unknown setting " + quoted(key) +
+                (section.empty() ? "" : " in [" + std::string(section) + "]");
+        return false;
+    }
+    double value = 0.0;
+    wrong = readValue(*entry, settings.getCount(entry->key), trim(line.substr(equals + 1)), value);
+    if (!wrong.empty())
+    {
+        wrong = quoted(key) + " " + wrong;
+        return false;
+    }
+    found.push_back({entry, value});
+    return true;
+}
+
 std::string formatNumber(double value)
 {
     char text[32];
@@ -266,71 +330,19 @@ bool parse(std::string_view text, Settings& settings, Preferences& preferences,
         problem = "the file is larger than 64 KiB";
         return false;
     }
-    struct Found
-    {
-        const Entry* entry;
-        double value;
-    };
     std::vector<Found> found;
     std::string_view section;
-    int lineNumber = 0;
-    while (!text.empty())
+    for (int lineNumber = 1; !text.empty(); ++lineNumber)
     {
-        ++lineNumber;
         const size_t end = text.find('\n');
-        std::string_view line = text.substr(0, end);
+        const std::string_view line = text.substr(0, end);
         text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
-        if (!line.empty() && line.back() == '\r')
+        std::string wrong;
+        if (!readLine(line, settings, section, found, wrong))
         {
-            line.remove_suffix(1);
-        }
-        const std::string at = "line " + std::to_string(lineNumber) + ": ";
-        for (const char c : line)
-        {
-            if (static_cast<unsigned char>(c) < 0x20 && c != '\t')
-            {
-                problem = at + "control characters in the text";
-                return false;
-            }
-        }
-        line = trim(line);
-        if (line.empty() || line[0] == '#' || line[0] == ';')
-        {
-            continue;
-        }
-        if (line[0] == '[')
-        {
-            if (line.back() != ']' || !knownSection(line.substr(1, line.size() - 2)))
-            {
-                problem = at + "unknown section " + quoted(line);
-                return false;
-            }
-            section = line.substr(1, line.size() - 2);
-            continue;
-        }
-        const size_t equals = line.find('=');
-        if (equals == std::string_view::npos)
-        {
-            problem = at + "expected 'name = value', found " + quoted(line);
+            problem = "line " + std::to_string(lineNumber) + ": " + wrong;
             return false;
         }
-        const std::string_view key = trim(line.substr(0, equals));
-        const Entry* entry = findEntry(section, key);
-        if (!entry)
-        {
-            problem = at + "unknown setting " + quoted(key) +
-                      (section.empty() ? "" : " in [" + std::string(section) + "]");
-            return false;
-        }
-        double value = 0.0;
-        const std::string wrong =
-            readValue(*entry, settings.getCount(entry->key), trim(line.substr(equals + 1)), value);
-        if (!wrong.empty())
-        {
-            problem = at + quoted(key) + " " + wrong;
-            return false;
-        }
-        found.push_back({entry, value});
     }
 
     // All of it is good: only now does anything change.
