@@ -22,7 +22,7 @@ else
     seconds=${1:-60}
 fi
 
-targets=(fbx_import gltf_import font image)
+targets=(fbx_import gltf_import font image settings)
 jobs=$(nproc)
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBLOTCH_FUZZ=ON \
     -DBLOTCH_TESTS=OFF -DBLOTCH_BENCH=OFF >/dev/null
@@ -30,7 +30,7 @@ cmake --build build-fuzz -j"$jobs" --target "${targets[@]/#/fuzz_}"
 
 # Inputs are kept small: a level or picture of a few kilobytes reaches every branch of its reader,
 # and small inputs are many more runs a second.
-declare -A max_len=([fbx_import]=8192 [gltf_import]=4096 [font]=4096 [image]=2048)
+declare -A max_len=([fbx_import]=8192 [gltf_import]=4096 [font]=4096 [image]=2048 [settings]=2048)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 # One fuzzer is one process on one core: the targets run side by side, as many as there are cores.

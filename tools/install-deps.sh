@@ -18,7 +18,7 @@ PLAY=(
 # end-to-end tests, fuzzing (clang, libFuzzer), and building and checking the Debian package.
 TEST=(
     libgtest-dev libgmock-dev libbenchmark-dev libassimp-dev assimp-testmodels libx11-dev
-    xvfb xauth xdotool imagemagick
+    xvfb xauth xdotool imagemagick openbox
     clang libclang-rt-dev
     debhelper dpkg-dev file lintian desktop-file-utils appstream
 )

@@ -2,9 +2,11 @@
 #include "app/CommandLine.h"
 
 #include "core/DataPath.h"
+#include "core/SettingsFile.h"
 
 #include <SDL.h>
 
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -22,6 +24,7 @@ const char* const KEYS = "Keys:\n"
                          "  mouse             look\n"
                          "  left button       throw a paint ball\n"
                          "  R                 level the view again\n"
+                         "  M                 music off and on\n"
                          "  F1                help row with the graphics switches\n"
                          "  F2                frame rate and game time\n"
                          "  F3                wireframe\n"
@@ -30,7 +33,22 @@ const char* const KEYS = "Keys:\n"
                          "  F7                motion blur\n"
                          "  F8                view-frustum culling\n"
                          "  F9                transparency\n"
-                         "  Escape            quit\n";
+                         "  F11, Alt+Return   fullscreen and back\n"
+                         "  F12               save a screenshot in the pictures folder\n"
+                         "  Escape            quit\n"
+                         "\n"
+                         "Gamepad: left stick walks, right stick looks, right trigger or\n"
+                         "A throws, Start starts a match, Back quits, the d-pad moves the\n"
+                         "menu cursor. Switching to another window pauses a match.\n";
+
+// FACTOR as the sensitivity option takes it; false when it is no number in range.
+bool readSensitivity(const char* text, float& factor)
+{
+    const char* end = text + std::strlen(text);
+    const auto [stop, error] = std::from_chars(text, end, factor);
+    return *text && error == std::errc() && stop == end &&
+           factor >= settingsfile::MIN_SENSITIVITY && factor <= settingsfile::MAX_SENSITIVITY;
+}
 } // namespace
 
 CommandLine parseCommandLine(int argc, const char* const* argv)
@@ -54,6 +72,20 @@ CommandLine parseCommandLine(int argc, const char* const* argv)
             line.action = CommandLine::Action::Version;
             return line;
         }
+        else if (!optionsEnded && std::strcmp(arg, "--reset-settings") == 0)
+        {
+            line.resetSettings = true;
+        }
+        else if (!optionsEnded && std::strcmp(arg, "--sensitivity") == 0)
+        {
+            if (i + 1 >= argc || !readSensitivity(argv[i + 1], line.sensitivity))
+            {
+                line.action = CommandLine::Action::Misuse;
+                line.problem = "--sensitivity takes a factor from 0.05 to 5";
+                return line;
+            }
+            ++i;
+        }
         else if (!optionsEnded && arg[0] == '-' && arg[1] != '\0')
         {
             line.action = CommandLine::Action::Misuse;
@@ -76,13 +108,17 @@ CommandLine parseCommandLine(int argc, const char* const* argv)
 
 void printUsage(std::FILE* out)
 {
-    std::fprintf(out, "Usage: blotch [LEVEL]\n"
+    std::fprintf(out, "Usage: blotch [LEVEL] [--sensitivity FACTOR] [--reset-settings]\n"
                       "       blotch --help | --version\n"
                       "\n"
-                      "  LEVEL       play this level file (.fbx, .glb or .gltf) instead of the\n"
-                      "              shipped one\n"
-                      "  -h, --help  show the keys and where the game looks for its data\n"
-                      "  --version   show the version\n");
+                      "  LEVEL                 play this level file (.fbx, .glb or .gltf)\n"
+                      "                        instead of the shipped one\n"
+                      "  --sensitivity FACTOR  mouse and stick look speed for this run, 0.05 to\n"
+                      "                        5 times the usual\n"
+                      "  --reset-settings      start from the default settings\n"
+                      "  -h, --help            show the keys, the settings file and where the\n"
+                      "                        game looks for its data\n"
+                      "  --version             show the version\n");
 }
 
 void printHelp()
@@ -98,6 +134,12 @@ void printHelp()
                 "Progress and errors go to standard error; the level's import report and its\n"
                 "vertex count to standard output.\n\n%s",
                 KEYS);
+
+    std::printf("\nSettings: the function keys' switches, fullscreen, the window size, the\n"
+                "mouse sensitivity, invert-y and the music and effects volumes are kept in\n"
+                "  %s\n"
+                "($XDG_CONFIG_HOME/blotch/settings.ini, ~/.config when unset).\n",
+                settingsfile::defaultPath().c_str());
 
     std::string exeDir;
     if (char* base = SDL_GetBasePath())

@@ -17,6 +17,8 @@ struct CommandLine
     Action action = Action::Play;
     std::string levelFile; // empty: the shipped level; else as given, relative to the working dir
     std::string problem;   // for Misuse: what was wrong
+    bool resetSettings = false; // start from the defaults, not the remembered settings
+    float sensitivity = 0.0f;   // the mouse factor for this run; 0: the remembered one
 };
 
 CommandLine parseCommandLine(int argc, const char* const* argv);

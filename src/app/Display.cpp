@@ -10,8 +10,6 @@
 
 namespace
 {
-const int WINDOW_WIDTH = 1024;
-const int WINDOW_HEIGHT = 768;
 // The compatibility resize event of the old SDL interface; the window queues one so the first
 // pass of the event handler sets the viewport.
 const Uint32 RESIZE_EVENT = SDL_WINDOWEVENT;
@@ -23,25 +21,26 @@ void startDrawing(const Display& display)
     glEnable(GL_DEPTH_TEST);
     glEnable(GL_BLEND);
     glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
-    glViewport(0, 0, WINDOW_WIDTH, WINDOW_HEIGHT);
+    glViewport(0, 0, display.width, display.height);
     glClearColor(0.0f, 0.0f, 0.0f, 1.0f);
 
     SDL_Event resize{};
     resize.type = RESIZE_EVENT;
     resize.window.event = SDL_WINDOWEVENT_SIZE_CHANGED;
     resize.window.windowID = SDL_GetWindowID(display.window);
-    resize.window.data1 = WINDOW_WIDTH;
-    resize.window.data2 = WINDOW_HEIGHT;
+    resize.window.data1 = display.width;
+    resize.window.data2 = display.height;
     SDL_PushEvent(&resize);
 
     SDL_SetRelativeMouseMode(SDL_TRUE);
 }
 } // namespace
 
-bool openWindow(Display& display)
+bool openWindow(Display& display, int width, int height, bool fullscreen)
 {
-    display.width = WINDOW_WIDTH;
-    display.height = WINDOW_HEIGHT;
+    display.width = width;
+    display.height = height;
+    display.fullscreen = fullscreen;
     SDL_GL_SetAttribute(SDL_GL_CONTEXT_MAJOR_VERSION, 3);
     SDL_GL_SetAttribute(SDL_GL_CONTEXT_MINOR_VERSION, 2);
     // Without a profile Linux hands out a core context, where drawing from client arrays (the
@@ -56,9 +55,14 @@ bool openWindow(Display& display)
         SDL_GL_SetAttribute(SDL_GL_CONTEXT_FLAGS, SDL_GL_CONTEXT_DEBUG_FLAG);
     }
 
-    display.window =
-        SDL_CreateWindow("Blotch", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, WINDOW_WIDTH,
-                         WINDOW_HEIGHT, SDL_WINDOW_OPENGL | SDL_WINDOW_SHOWN);
+    Uint32 flags =
+        SDL_WINDOW_OPENGL | SDL_WINDOW_SHOWN | SDL_WINDOW_RESIZABLE | SDL_WINDOW_ALLOW_HIGHDPI;
+    if (fullscreen)
+    {
+        flags |= SDL_WINDOW_FULLSCREEN_DESKTOP;
+    }
+    display.window = SDL_CreateWindow("Blotch", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED,
+                                      width, height, flags);
     if (!display.window)
     {
         std::fprintf(stderr, "[ERROR] Could not open the game's window: %s\n", SDL_GetError());
@@ -81,6 +85,7 @@ bool openWindow(Display& display)
                      reinterpret_cast<const char*>(glewGetErrorString(glewResult)));
         return false;
     }
+    readDrawableSize(display);
     glGetError(); // glewInit may leave an error behind on some drivers
     if (gldebug::requested() && !gldebug::install())
     {
@@ -88,6 +93,25 @@ bool openWindow(Display& display)
     }
     startDrawing(display);
     return true;
+}
+
+void setFullscreen(Display& display, bool fullscreen)
+{
+    if (display.window && SDL_SetWindowFullscreen(
+                              display.window, fullscreen ? SDL_WINDOW_FULLSCREEN_DESKTOP : 0) == 0)
+    {
+        display.fullscreen = fullscreen;
+    }
+}
+
+void readDrawableSize(Display& display)
+{
+    if (display.window)
+    {
+        SDL_GL_GetDrawableSize(display.window, &display.width, &display.height);
+    }
+    display.width = display.width > 0 ? display.width : 1;
+    display.height = display.height > 0 ? display.height : 1;
 }
 
 void closeWindow(Display& display)

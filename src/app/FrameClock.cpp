@@ -33,3 +33,25 @@ float FrameClock::tick(double nowTicks)
     }
     return dt;
 }
+
+void GameTime::pause(double nowTicks)
+{
+    if (!paused())
+    {
+        pausedAt = nowTicks;
+    }
+}
+
+void GameTime::resume(double nowTicks)
+{
+    if (paused())
+    {
+        pausedTotal += nowTicks - pausedAt;
+        pausedAt = -1.0;
+    }
+}
+
+double GameTime::at(double nowTicks) const
+{
+    return (paused() ? pausedAt : nowTicks) - pausedTotal;
+}

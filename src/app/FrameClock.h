@@ -15,3 +15,21 @@ struct FrameClock
     // Advances to NOWTICKS and returns the frame time in seconds (0 for a stalled frame).
     float tick(double nowTicks);
 };
+
+// The game's own time: the millisecond tick count less the time spent paused, so a match picks
+// up where it stopped, with no jump.
+class GameTime
+{
+public:
+    bool paused() const { return pausedAt >= 0.0; }
+    // Freezes the time at NOWTICKS; does nothing while paused.
+    void pause(double nowTicks);
+    // Lets it run on from where it stopped; does nothing while running.
+    void resume(double nowTicks);
+    // The game time (ms) at tick count NOWTICKS.
+    double at(double nowTicks) const;
+
+private:
+    double pausedTotal = 0.0; // ms spent paused before the current pause
+    double pausedAt = -1.0;   // tick count the current pause began; negative while running
+};

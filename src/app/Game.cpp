@@ -6,11 +6,14 @@
 #include "app/Match.h"
 #include "app/MatchView.h"
 #include "app/Menu.h"
+#include "app/Screenshot.h"
+#include "app/VirtualPad.h"
 #include "core/DataPath.h"
 #include "core/Settings.h"
 #include "physics/PhysicsWorld.h"
 #include "physics/Player.h"
 #include "render/FontManager.h"
+#include "render/ScreenBox.h"
 #include "render/Shader.h"
 #include "render/ShaderManager.h"
 #include "render/TextureManager.h"
@@ -22,6 +25,7 @@
 #include <GL/glew.h>
 #include <SDL.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -39,6 +43,19 @@ const double LIT_MS = 3000.0;
 const double FLASH_START_MS = 2500.0;
 const float FLASH_RATE = 1.8f;                     // ambient added per second during the flash
 const char* const SHIPPED_LEVEL = "fbx/level.fbx"; // inside the data tree
+// A window dragged to a new size sends many sizes; the file is written once it has settled.
+const uint32_t SETTLE_MS = 400;
+const int MIN_WINDOW_WIDTH = 320; // pixels: smaller leaves too little to see
+const int MIN_WINDOW_HEIGHT = 240;
+const int MAX_WINDOW_SIZE = 16384;
+// A full stick turns the view as fast as the mouse moving this many pixels a second.
+const float STICK_LOOK_RATE = 30.0f;
+// How far the right trigger goes down (of 32767) before it throws, and back up before it can
+// throw again.
+const int TRIGGER_PRESS = 16000;
+const int TRIGGER_RELEASE = 8000;
+// A paused match only waits for the focus to come back: no need to draw at full speed.
+const uint32_t PAUSED_FRAME_MS = 30;
 
 // The graphics switches on the function keys: on/off switches toggle, the others cycle.
 struct SwitchKey
@@ -83,6 +100,12 @@ Game::Game(std::string levelFile)
 
 Game::~Game()
 {
+    if (unsavedSettings)
+    {
+        saveSettings();
+    }
+    virtualPad.reset();
+    gamepads.reset();
     // The game's own programs first, then what a match built, then the menu.
     matchView.reset();
     match.reset();
@@ -106,6 +129,17 @@ Game::~Game()
     }
 }
 
+void Game::rememberSettings(std::string path, bool reset, float sensitivity)
+{
+    settingsPath = std::move(path);
+    sensitivityOverride = sensitivity;
+    Settings::instance().defineDefaults();
+    if (!reset && !settingsPath.empty())
+    {
+        settingsfile::load(settingsPath, Settings::instance(), preferences);
+    }
+}
+
 bool Game::init()
 {
     // Audio is not required: a machine without a sound device plays silently.
@@ -121,10 +155,18 @@ bool Game::init()
                      started ? "" : ": ", started ? "" : SDL_GetError());
         return false;
     }
-    if (!openWindow(*display))
+    // Nor are gamepads: without them the game is played with the keyboard and mouse.
+    if (SDL_InitSubSystem(SDL_INIT_GAMECONTROLLER) == 0)
+    {
+        gamepads = std::make_unique<Gamepads>();
+        virtualPad = VirtualPad::fromEnvironment();
+    }
+    if (!openWindow(*display, preferences.windowWidth, preferences.windowHeight,
+                    preferences.fullscreen))
     {
         return false;
     }
+    SDL_SetWindowMinimumSize(display->window, MIN_WINDOW_WIDTH, MIN_WINDOW_HEIGHT);
     // The texture manager builds mipmaps through this entry point; take the driver's own.
     if (void* generateMipmap = SDL_GL_GetProcAddress("glGenerateMipmap"))
     {
@@ -142,10 +184,16 @@ bool Game::init()
     Settings::instance().defineDefaults();
 
     FontManager::instance().load("bankgothic-black");
+    SoundManager::instance().setVolumes(preferences.musicVolume, preferences.effectsVolume);
     SoundManager::instance().playMusic();
     menu = std::make_unique<Menu>();
-    clock.reset(static_cast<double>(SDL_GetTicks()));
+    clock.reset(gameNow());
     return true;
+}
+
+double Game::gameNow() const
+{
+    return gameTime.at(static_cast<double>(SDL_GetTicks()));
 }
 
 void Game::endStage(const char* name)
@@ -177,7 +225,7 @@ bool Game::loadMatch()
     endStage("motion blur");
 
     SDL_GetRelativeMouseState(nullptr, nullptr); // forget motion collected while loading
-    matchStartTicks = static_cast<double>(SDL_GetTicks());
+    matchStartTicks = gameNow();
     match->addMarkerChain();
     endStage("sphere chain");
     return built;
@@ -188,6 +236,10 @@ void Game::run()
     while (handleEvents())
     {
         frame();
+        if (gameTime.paused())
+        {
+            SDL_Delay(PAUSED_FRAME_MS);
+        }
     }
 }
 
@@ -203,11 +255,20 @@ void Game::frame()
     {
         render();
     }
+    if (screenshotRequested)
+    {
+        screenshotRequested = false;
+        saveScreenshot(display->width, display->height, screenshotFolder());
+    }
     SDL_GL_SwapWindow(display->window);
 }
 
 bool Game::handleEvents()
 {
+    if (virtualPad)
+    {
+        virtualPad->poll(); // what it sets arrives as SDL events below
+    }
     SDL_Event event;
     while (SDL_PollEvent(&event))
     {
@@ -226,14 +287,29 @@ bool Game::handleEvents()
             {
                 return false;
             }
+            if (event.key.keysym.scancode == SDL_SCANCODE_RETURN &&
+                (event.key.keysym.mod & KMOD_ALT) != 0)
+            {
+                if (!event.key.repeat)
+                {
+                    toggleFullscreen();
+                }
+                break;
+            }
+            // A held key flips fullscreen or takes pictures once, not at the repeat rate.
+            if (event.key.repeat && (event.key.keysym.scancode == SDL_SCANCODE_F11 ||
+                                     event.key.keysym.scancode == SDL_SCANCODE_F12))
+            {
+                break;
+            }
             pressKey(event.key.keysym.scancode);
             break;
         case SDL_MOUSEBUTTONDOWN:
             mouseButtons |= SDL_BUTTON(event.button.button);
             // Only a press of the left button alone throws; holding it throws nothing more.
-            if (mouseButtons == SDL_BUTTON_LMASK && state() == GameState::Playing)
+            if (mouseButtons == SDL_BUTTON_LMASK)
             {
-                throwRequested = true;
+                requestThrow();
             }
             break;
         case SDL_MOUSEBUTTONUP:
@@ -243,15 +319,197 @@ bool Game::handleEvents()
             if (event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED ||
                 event.window.event == SDL_WINDOWEVENT_RESIZED)
             {
-                const int height = event.window.data2 > 0 ? event.window.data2 : 1;
-                glViewport(0, 0, event.window.data1, height);
+                resized();
+            }
+            else if (event.window.event == SDL_WINDOWEVENT_FOCUS_LOST)
+            {
+                focusLost();
+            }
+            else if (event.window.event == SDL_WINDOWEVENT_FOCUS_GAINED)
+            {
+                focusGained();
+            }
+            break;
+        case SDL_CONTROLLERDEVICEADDED:
+            if (gamepads)
+            {
+                gamepads->add(event.cdevice.which);
+            }
+            break;
+        case SDL_CONTROLLERDEVICEREMOVED:
+            if (gamepads)
+            {
+                gamepads->remove(event.cdevice.which);
+            }
+            break;
+        case SDL_CONTROLLERBUTTONDOWN:
+            if (!pressPadButton(event.cbutton.button))
+            {
+                return false;
+            }
+            break;
+        case SDL_CONTROLLERAXISMOTION:
+            if (event.caxis.axis == SDL_CONTROLLER_AXIS_TRIGGERRIGHT)
+            {
+                // Held down it throws once, as the mouse button does.
+                if (!triggerHeld && event.caxis.value > TRIGGER_PRESS)
+                {
+                    triggerHeld = true;
+                    requestThrow();
+                }
+                else if (event.caxis.value < TRIGGER_RELEASE)
+                {
+                    triggerHeld = false;
+                }
             }
             break;
         default:
             break;
         }
     }
+    if (unsavedSettings && SDL_GetTicks() - settingsChangedAt >= SETTLE_MS)
+    {
+        saveSettings();
+    }
     return true;
+}
+
+void Game::requestThrow()
+{
+    if (state() == GameState::Playing && !gameTime.paused())
+    {
+        throwRequested = true;
+    }
+}
+
+bool Game::pressPadButton(int button)
+{
+    switch (button)
+    {
+    case SDL_CONTROLLER_BUTTON_A:
+        requestThrow();
+        break;
+    case SDL_CONTROLLER_BUTTON_BACK:
+        return false; // as Escape
+    case SDL_CONTROLLER_BUTTON_START:
+        if (state() == GameState::Menu)
+        {
+            startMatch();
+        }
+        break;
+    case SDL_CONTROLLER_BUTTON_DPAD_UP:
+    case SDL_CONTROLLER_BUTTON_DPAD_DOWN:
+        if (state() == GameState::Menu)
+        {
+            Settings::instance().step("menu-pos",
+                                      button == SDL_CONTROLLER_BUTTON_DPAD_DOWN ? 1 : -1);
+        }
+        break;
+    default:
+        break;
+    }
+    return true;
+}
+
+void Game::resized()
+{
+    readDrawableSize(*display);
+    glViewport(0, 0, display->width, display->height);
+    perspective = math::perspective(
+        FIELD_OF_VIEW, static_cast<float>(display->width) / static_cast<float>(display->height),
+        NEAR_PLANE, FAR_PLANE);
+    if (MotionBlur* blur = getMotionBlur())
+    {
+        blur->resize(display->width, display->height);
+    }
+    if (display->fullscreen)
+    {
+        return; // the window's own size is what it goes back to
+    }
+    int width = 0, height = 0;
+    SDL_GetWindowSize(display->window, &width, &height);
+    // Leaving fullscreen, the window manager may still report the desktop's size before the
+    // window's own comes back: that is not a size the player chose.
+    SDL_DisplayMode desktop{};
+    if (SDL_GetDesktopDisplayMode(SDL_GetWindowDisplayIndex(display->window), &desktop) == 0 &&
+        width == desktop.w && height == desktop.h)
+    {
+        return;
+    }
+    width = std::clamp(width, MIN_WINDOW_WIDTH, MAX_WINDOW_SIZE);
+    height = std::clamp(height, MIN_WINDOW_HEIGHT, MAX_WINDOW_SIZE);
+    if (width != preferences.windowWidth || height != preferences.windowHeight)
+    {
+        preferences.windowWidth = width;
+        preferences.windowHeight = height;
+        settingsChanged();
+    }
+}
+
+void Game::toggleFullscreen()
+{
+    setFullscreen(*display, !display->fullscreen);
+    if (preferences.fullscreen != display->fullscreen)
+    {
+        preferences.fullscreen = display->fullscreen;
+        settingsChanged();
+    }
+}
+
+void Game::focusLost()
+{
+    if (!hadFocus)
+    {
+        return;
+    }
+    SDL_SetRelativeMouseMode(SDL_FALSE);
+    mouseReleased = true;
+    if (state() == GameState::Playing && !gameTime.paused())
+    {
+        gameTime.pause(static_cast<double>(SDL_GetTicks()));
+        throwRequested = false;
+        if (hud)
+        {
+            hud->setPaused(true);
+        }
+        std::fprintf(stderr, "Paused at %.2f s of game time\n", gameNow() / 1000.0);
+    }
+}
+
+void Game::focusGained()
+{
+    hadFocus = true;
+    if (mouseReleased)
+    {
+        SDL_SetRelativeMouseMode(SDL_TRUE);
+        mouseReleased = false;
+    }
+    if (gameTime.paused())
+    {
+        gameTime.resume(static_cast<double>(SDL_GetTicks()));
+        // The pointer wandered while it was free: the view must not jump.
+        SDL_GetRelativeMouseState(nullptr, nullptr);
+        if (hud)
+        {
+            hud->setPaused(false);
+        }
+        std::fprintf(stderr, "Resumed at %.2f s of game time\n", gameNow() / 1000.0);
+    }
+}
+
+void Game::settingsChanged()
+{
+    unsavedSettings = true;
+    settingsChangedAt = SDL_GetTicks();
+}
+
+void Game::saveSettings()
+{
+    unsavedSettings = false;
+    if (!settingsPath.empty())
+    {
+        settingsfile::save(settingsPath, Settings::instance(), preferences);
+    }
 }
 
 void Game::pressKey(int scancode)
@@ -262,7 +520,20 @@ void Game::pressKey(int scancode)
         if (key.scancode == scancode)
         {
             key.cycles ? settings.cycle(key.setting) : settings.toggle(key.setting);
+            settingsChanged();
         }
+    }
+    if (scancode == SDL_SCANCODE_F11)
+    {
+        toggleFullscreen();
+    }
+    else if (scancode == SDL_SCANCODE_F12)
+    {
+        screenshotRequested = true; // of the next finished frame
+    }
+    else if (scancode == SDL_SCANCODE_M)
+    {
+        SoundManager::instance().toggleMusicMuted();
     }
     if (state() == GameState::Menu)
     {
@@ -272,9 +543,7 @@ void Game::pressKey(int scancode)
         }
         else if (scancode == SDL_SCANCODE_RETURN)
         {
-            showLoadingFrame();
-            loadMatch(); // a match that fails to build still starts: the frame stays empty
-            settings.cycle("gamestate");
+            startMatch();
         }
     }
     if (scancode >= 0 && scancode < KEY_COUNT)
@@ -283,17 +552,31 @@ void Game::pressKey(int scancode)
     }
 }
 
+void Game::startMatch()
+{
+    showLoadingFrame();
+    loadMatch(); // a match that fails to build still starts: the frame stays empty
+    Settings::instance().cycle("gamestate");
+}
+
 void Game::showLoadingFrame()
 {
     render();
-    FontManager::instance().draw("bankgothic-black", 0.0f, 200.0f, "loading...",
-                                 FontManager::ALIGN_CENTRE);
+    {
+        const ScreenBoxScope box;
+        FontManager::instance().draw("bankgothic-black", 0.0f, 200.0f, "loading...",
+                                     FontManager::ALIGN_CENTRE);
+    }
     SDL_GL_SwapWindow(display->window);
 }
 
 void Game::update()
 {
-    const double now = static_cast<double>(SDL_GetTicks());
+    if (gameTime.paused())
+    {
+        return; // the world, the clock and the overlay's numbers wait
+    }
+    const double now = gameNow();
     const float dt = clock.tick(now);
     if (cooldown > 0.0f)
     {
@@ -310,7 +593,7 @@ void Game::update()
         matchView->brighten(dt * FLASH_RATE);
     }
     seen.perspective = perspective;
-    const bool fallen = match->update(dt, takeInput(), seen);
+    const bool fallen = match->update(dt, takeInput(dt), seen);
     throwRequested = input.throwBall;
     if (hud)
     {
@@ -319,7 +602,8 @@ void Game::update()
             hud->setColour(player->currentColour());
         }
         hud->setFps(static_cast<int>(clock.fps));
-        hud->setTime(static_cast<int>(now / 1000.0)); // since the program started, menu included
+        // since the program started, menu included, pauses left out
+        hud->setTime(static_cast<int>(now / 1000.0));
         if (const Level* level = match->getLevel())
         {
             hud->setRevealed(level->revealed());
@@ -331,7 +615,7 @@ void Game::update()
     }
 }
 
-MatchInput& Game::takeInput()
+MatchInput& Game::takeInput(float dt)
 {
     input.walk = walkInput(keys);
     input.levelView = keys[SDL_SCANCODE_R] != 0;
@@ -341,8 +625,25 @@ MatchInput& Game::takeInput()
     {
         SDL_GetRelativeMouseState(&dx, &dy);
     }
-    input.mouseX = static_cast<float>(dx);
-    input.mouseY = static_cast<float>(dy);
+    float lookX = static_cast<float>(dx);
+    float lookY = static_cast<float>(dy);
+    if (gamepads && !gamepads->empty())
+    {
+        // The keys win over a stick on the same axis.
+        if (input.walk.forward == 0.0f)
+        {
+            input.walk.forward = gamepads->forward();
+        }
+        if (input.walk.strafe == 0.0f)
+        {
+            input.walk.strafe = gamepads->strafe();
+        }
+        lookX += gamepads->lookX() * STICK_LOOK_RATE * dt;
+        lookY += gamepads->lookY() * STICK_LOOK_RATE * dt;
+    }
+    const float factor = sensitivityOverride > 0.0f ? sensitivityOverride : preferences.sensitivity;
+    input.mouseX = lookX * factor;
+    input.mouseY = lookY * factor * (preferences.invertY ? -1.0f : 1.0f);
     return input;
 }
 
@@ -354,6 +655,7 @@ void Game::render()
         ShaderManager::instance().setMatrices(seen.view, perspective, screenOrtho());
         if (menu)
         {
+            const ScreenBoxScope box;
             menu->draw();
         }
         return;
@@ -372,7 +674,7 @@ void Game::drawMatch(bool blurred)
     {
         return;
     }
-    const double sinceStart = static_cast<double>(SDL_GetTicks()) - matchStartTicks;
+    const double sinceStart = gameNow() - matchStartTicks;
     seen.perspective = perspective;
     matchView->draw(match.get(), hud.get(), seen, sinceStart < LIT_MS, blurred);
 }

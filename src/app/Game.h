@@ -5,10 +5,12 @@
 #include "app/FrameClock.h"
 #include "app/FrameView.h"
 #include "app/GameState.h"
+#include "app/Gamepads.h"
 #include "app/Match.h"
 #include "app/MatchView.h"
 #include "core/Math.h"
 #include "core/Settings.h"
+#include "core/SettingsFile.h"
 
 #include <cstdint>
 #include <map>
@@ -22,6 +24,7 @@ class Menu;
 class MotionBlur;
 class Player;
 class Shader;
+class VirtualPad;
 union SDL_Event;
 
 // One step of building a match and how long it took.
@@ -48,6 +51,11 @@ public:
     ~Game();
     Game(const Game&) = delete;
     Game& operator=(const Game&) = delete;
+
+    // Before init(): the settings are read from PATH (unless RESET) and written back to it
+    // whenever one changes. SENSITIVITY, when above 0, is this run's mouse factor. Without this
+    // call the game runs on the defaults and writes nothing.
+    void rememberSettings(std::string path, bool reset, float sensitivity);
 
     // SDL, the window and GL context, GLEW, the registries, the settings, the menu. False when
     // there is no usable display or GL 3.2 context.
@@ -77,6 +85,8 @@ public:
     const Mat4& getPerspective() const { return perspective; }
     // What the playing frame is seen through, as the last update left it.
     FrameView& getFrameView() { return seen; }
+    const Preferences& getPreferences() const { return preferences; }
+    bool isPaused() const { return gameTime.paused(); }
     bool hasMatch() const { return match && match->playable(); }
     Player* getPlayer() const { return match ? match->getPlayer() : nullptr; }
     Camera* getCamera() const { return match ? match->getCamera() : nullptr; }
@@ -94,8 +104,27 @@ private:
     void showLoadingFrame();
     // The playing frame, BLURRED through the motion-blur targets or not.
     void drawMatch(bool blurred);
-    // The keys, the mouse motion and the throw asked for since the last playing frame.
-    MatchInput& takeInput();
+    // Return in the menu: shows "loading...", builds the match and starts playing it.
+    void startMatch();
+    // A gamepad button pressed; false when it asks to quit.
+    bool pressPadButton(int button);
+    // A left press alone, the A button or the right trigger: one ball.
+    void requestThrow();
+    // The window's drawable size changed: the viewport, the perspective and the blur targets
+    // follow it, and a window's new size is remembered.
+    void resized();
+    void toggleFullscreen();
+    // Losing the focus the window had releases the mouse and pauses a match; getting it back
+    // lets the match run on from where it stopped.
+    void focusLost();
+    void focusGained();
+    // Marks the remembered settings as changed; they are written once they settle.
+    void settingsChanged();
+    void saveSettings();
+    // The game time now (ms): the tick count less the time spent paused.
+    double gameNow() const;
+    // The keys, the mouse and stick motion and the throw asked for since the last playing frame.
+    MatchInput& takeInput(float dt);
     GameState state() const { return gameState(); }
     // Closes the build stage that ran since the previous one (or since loadMatch began).
     void endStage(const char* name);
@@ -115,6 +144,20 @@ private:
     std::unique_ptr<MatchView> matchView; // how the match is drawn
     uint32_t mouseButtons = 0;            // held buttons, from the press and release events
     bool throwRequested = false;          // a left press alone since the last frame
+    bool triggerHeld = false;             // the right trigger is pressed past its throw point
+
+    // The desktop side: remembered settings, pads, pausing and screenshots.
+    Preferences preferences;
+    std::string settingsPath;         // empty: nothing is read or written
+    float sensitivityOverride = 0.0f; // from the command line; 0: the remembered one
+    bool unsavedSettings = false;
+    uint32_t settingsChangedAt = 0; // SDL ticks of the last change not yet written
+    std::unique_ptr<Gamepads> gamepads;
+    std::unique_ptr<VirtualPad> virtualPad;
+    GameTime gameTime;
+    bool hadFocus = false;      // a window that never had the focus never pauses
+    bool mouseReleased = false; // by a loss of focus
+    bool screenshotRequested = false;
 
     // Render globals.
     Mat4 perspective;

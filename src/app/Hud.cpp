@@ -14,6 +14,7 @@ const char* const FONT = "bankgothic-black-small";
 const Vec3 SWATCH_CENTRE{0.0f, -500.0f, 0.0f};
 const float SWATCH_RADIUS = 200.0f;
 
+const char* const PAUSE_FONT = "bankgothic-black"; // loaded by the game at start
 const float STATS_X = -500.0f;
 const float LABEL_Y = -365.0f; // text space: y grows downwards from the top edge at -384
 const float VALUE_Y = -349.0f;
@@ -91,6 +92,10 @@ void Hud::draw()
     if (settings.getBool("help"))
     {
         drawHelp();
+    }
+    if (paused)
+    {
+        FontManager::instance().draw(PAUSE_FONT, 0.0f, 0.0f, "paused", FontManager::ALIGN_CENTRE);
     }
 }
 

@@ -29,6 +29,8 @@ public:
     // Four floats, r g b a, copied into the disc.
     void setColour(const float* rgba);
     const Vec4& getColour() const;
+    // While paused, "paused" stands in the middle of the screen.
+    void setPaused(bool paused) { this->paused = paused; }
 
     void draw();
 
@@ -41,4 +43,5 @@ private:
     std::string fpsText;  // empty until the first setFps
     std::string timeText; // empty until the first setTime
     std::string revealedText; // empty until the first setRevealed: nothing is drawn
+    bool paused = false;
 };

@@ -4,6 +4,7 @@
 #include "app/Hud.h"
 #include "app/Match.h"
 #include "core/Settings.h"
+#include "render/ScreenBox.h"
 #include "render/Shader.h"
 #include "render/ShaderManager.h"
 #include "scene/MotionBlur.h"
@@ -113,6 +114,7 @@ void MatchView::drawOverlay()
     glDepthMask(GL_FALSE);
     if (hud)
     {
+        const ScreenBoxScope box; // laid out for 1024 x 768, scaled to fit the window
         hud->draw();
     }
     glDepthMask(GL_TRUE);

@@ -2,6 +2,7 @@
 #include "app/CommandLine.h"
 #include "app/Game.h"
 #include "core/DataPath.h"
+#include "core/SettingsFile.h"
 
 #include <csignal>
 #include <cstdio>
@@ -21,9 +22,11 @@ struct FatalSignal
     int number;
     const char* name;
 };
-const FatalSignal FATAL_SIGNALS[] = {
-    {SIGSEGV, "SIGSEGV"}, {SIGABRT, "SIGABRT"}, {SIGBUS, "SIGBUS"}, {SIGFPE, "SIGFPE"},
-    {SIGILL, "SIGILL"}};
+const FatalSignal FATAL_SIGNALS[] = {{SIGSEGV, "SIGSEGV"},
+                                     {SIGABRT, "SIGABRT"},
+                                     {SIGBUS, "SIGBUS"},
+                                     {SIGFPE, "SIGFPE"},
+                                     {SIGILL, "SIGILL"}};
 const int MAX_FRAMES = 64;
 // The report runs on a stack of its own, so a stack that overflowed is reported too.
 alignas(16) char crashStack[64 * 1024];
@@ -65,7 +68,9 @@ void installCrashReport()
     stack.ss_sp = crashStack;
     stack.ss_size = sizeof(crashStack);
     sigaltstack(&stack, nullptr);
-    struct sigaction action{};
+    struct sigaction action
+    {
+    };
     action.sa_handler = reportCrash;
     action.sa_flags = SA_ONSTACK | SA_RESETHAND;
     sigemptyset(&action.sa_mask);
@@ -104,6 +109,7 @@ int main(int argc, char** argv)
     }
     auto game =
         line.levelFile.empty() ? std::make_unique<Game>() : std::make_unique<Game>(line.levelFile);
+    game->rememberSettings(settingsfile::defaultPath(), line.resetSettings, line.sensitivity);
     if (game->init())
     {
         std::fprintf(stderr, "[SUCCESS] - Successfully started Main Loop\n");

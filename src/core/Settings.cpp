@@ -38,6 +38,26 @@ int Settings::getInt(std::string key)
     return ints[std::move(key)].value;
 }
 
+int Settings::getCount(const std::string& key) const
+{
+    const auto it = ints.find(key);
+    return it == ints.end() ? 0 : it->second.count;
+}
+
+void Settings::setBool(std::string key, bool value)
+{
+    bools[std::move(key)] = value;
+}
+
+void Settings::setInt(std::string key, int value)
+{
+    Cycle& c = ints[std::move(key)];
+    if (value >= 0 && value < c.count)
+    {
+        c.value = value;
+    }
+}
+
 void Settings::toggle(std::string key)
 {
     std::fprintf(stderr, "Switching %s...\n", key.c_str());

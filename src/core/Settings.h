@@ -28,6 +28,11 @@ public:
 
     bool getBool(std::string key);
     int getInt(std::string key);
+    // Number of values of a cycling setting; 0 for one never defined.
+    int getCount(const std::string& key) const;
+    // Sets a remembered value. An integer outside 0..count-1 is not stored.
+    void setBool(std::string key, bool value);
+    void setInt(std::string key, int value);
 
     // Prints "Switching KEY...\n" to standard error, then flips the value.
     void toggle(std::string key);

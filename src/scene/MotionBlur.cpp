@@ -56,7 +56,7 @@ Mat4 MotionBlur::quadOrtho()
     return math::orthographic(-1.0f, 1.0f, -1.0f, 1.0f, -1000.0f, 1000.0f);
 }
 
-MotionBlur::MotionBlur()
+MotionBlur::MotionBlur(int width, int height) : width(width), height(height)
 {
     install(glGenFramebuffers, "glGenFramebuffers");
     install(glDeleteFramebuffers, "glDeleteFramebuffers");
@@ -72,19 +72,14 @@ MotionBlur::MotionBlur()
     glGenFramebuffers(1, &framebuffer);
     glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
     glGenRenderbuffers(1, &depthRenderbuffer);
-    glBindRenderbuffer(GL_RENDERBUFFER, depthRenderbuffer);
-    // Depth and stencil, as the window has: paint draws in layers through the stencil.
-    glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH24_STENCIL8, WIDTH, HEIGHT);
-    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_STENCIL_ATTACHMENT, GL_RENDERBUFFER,
-                              depthRenderbuffer);
-    glBindRenderbuffer(GL_RENDERBUFFER, 0);
-
     TextureManager& textures = TextureManager::instance();
-    textures.create(MOTION_TEXTURE, WIDTH, HEIGHT);
-    textures.create(FRAME_TEXTURE, WIDTH, HEIGHT);
+    textures.create(MOTION_TEXTURE, width, height);
+    textures.create(FRAME_TEXTURE, width, height);
     motionTexture = textures.get(MOTION_TEXTURE);
     frameTexture = textures.get(FRAME_TEXTURE);
-    glViewport(0, 0, WIDTH, HEIGHT);
+    allocate();
+    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_STENCIL_ATTACHMENT, GL_RENDERBUFFER,
+                              depthRenderbuffer);
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
 
     // The quad never changes, so its buffers are filled once.
@@ -99,6 +94,34 @@ MotionBlur::~MotionBlur()
     release();
     glDeleteBuffers(1, &quadVertices);
     glDeleteBuffers(1, &quadCoordinates);
+}
+
+void MotionBlur::allocate()
+{
+    glBindRenderbuffer(GL_RENDERBUFFER, depthRenderbuffer);
+    // Depth and stencil, as the window has: paint draws in layers through the stencil.
+    glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH24_STENCIL8, width, height);
+    glBindRenderbuffer(GL_RENDERBUFFER, 0);
+    GLint bound = 0;
+    glGetIntegerv(GL_TEXTURE_BINDING_2D, &bound);
+    for (const GLuint texture : {motionTexture, frameTexture})
+    {
+        glBindTexture(GL_TEXTURE_2D, texture);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, width, height, 0, GL_RGBA, GL_UNSIGNED_BYTE,
+                     nullptr);
+    }
+    glBindTexture(GL_TEXTURE_2D, static_cast<GLuint>(bound));
+}
+
+void MotionBlur::resize(int newWidth, int newHeight)
+{
+    if (!ready() || (newWidth == width && newHeight == height) || newWidth < 1 || newHeight < 1)
+    {
+        return;
+    }
+    width = newWidth;
+    height = newHeight;
+    allocate();
 }
 
 void MotionBlur::release()

@@ -6,19 +6,20 @@
 class Shader;
 
 // The render targets of the motion-blur frame: one framebuffer with a 24-bit depth buffer and
-// two 1024 x 768 colour textures registered with the texture manager, "motionblur1" (per-pixel
-// screen motion) and "motionblur2" (the frame's colours), and the full-screen quad that blends
-// them into the window. The game drives the passes (Game::renderMotionBlurFrame); this class
-// owns the GL objects and the steps that touch them.
+// two colour textures of the window's drawable size registered with the texture manager,
+// "motionblur1" (per-pixel screen motion) and "motionblur2" (the frame's colours), and the
+// full-screen quad that blends them into the window. The game drives the passes
+// (Game::renderMotionBlurFrame); this class owns the GL objects and the steps that touch them.
 class MotionBlur
 {
 public:
+    // The size of the targets unless the game says otherwise: the default window.
     static constexpr int WIDTH = 1024;
     static constexpr int HEIGHT = 768;
 
-    // Takes the framebuffer entry points from the driver and builds the targets. Leaves
-    // framebuffer 0 bound. Needs a current GL context and the texture manager.
-    MotionBlur();
+    // Takes the framebuffer entry points from the driver and builds WIDTH x HEIGHT targets.
+    // Leaves framebuffer 0 bound. Needs a current GL context and the texture manager.
+    MotionBlur(int width = WIDTH, int height = HEIGHT);
     // Deletes whatever a framebuffer failure has not already deleted.
     ~MotionBlur();
     MotionBlur(const MotionBlur&) = delete;
@@ -26,6 +27,10 @@ public:
 
     // False once a framebuffer failure has torn the targets down.
     bool ready() const { return framebuffer != 0; }
+    // Gives the targets a new size (pixels), when the window's drawable size changes.
+    void resize(int width, int height);
+    int getWidth() const { return width; }
+    int getHeight() const { return height; }
 
     // Binds the framebuffer with the registered texture NAME as its colour attachment. With
     // CHECK, an incomplete framebuffer is reported on standard output, the targets are deleted,
@@ -42,6 +47,10 @@ public:
 
 private:
     void release();
+    void allocate();
+
+    int width; // pixels, as the window's drawable
+    int height;
 
     unsigned int motionTexture = 0; // "motionblur1" as created
     unsigned int frameTexture = 0;  // "motionblur2" as created

@@ -17,8 +17,7 @@ const int MIXING_CHANNELS = 100; // plenty for overlapping throws and splashes
 const int FREQUENCY = 44100;
 const int SIGMATEL_FREQUENCY = 48000; // those codecs resample badly from 44.1 kHz
 const int CHUNK_SIZE = 1024;          // samples per mix: low latency for throws
-const float MUSIC_VOLUME = 0.5f;
-const int SHOT1_THRESHOLD = 70; // rand() below this picks the rarer throw sound
+const int SHOT1_THRESHOLD = 70;       // rand() below this picks the rarer throw sound
 
 unsigned int packVersion(const SDL_version* v)
 {
@@ -140,7 +139,7 @@ void SoundManager::playMusic()
         check(-1);
         return;
     }
-    Mix_VolumeMusic(static_cast<int>(MUSIC_VOLUME * MIX_MAX_VOLUME));
+    applyMusicVolume();
     check(Mix_PlayMusic(music, -1) == 0 ? 0 : -1);
 }
 
@@ -166,9 +165,40 @@ bool SoundManager::playShot()
     }
     if (stillPlays(shotChannel, shot1))
     {
-        Mix_Volume(shotChannel, MIX_MAX_VOLUME);
+        Mix_Volume(shotChannel, effectVolume(1.0f));
     }
     return true;
+}
+
+void SoundManager::setVolumes(float music, float effects)
+{
+    musicVolume = music;
+    effectsVolume = effects;
+    if (output)
+    {
+        applyMusicVolume();
+        Mix_Volume(-1, effectVolume(1.0f));
+    }
+}
+
+void SoundManager::toggleMusicMuted()
+{
+    musicMuted = !musicMuted;
+    std::fprintf(stderr, "Music %s\n", musicMuted ? "muted" : "on");
+    if (output)
+    {
+        applyMusicVolume();
+    }
+}
+
+void SoundManager::applyMusicVolume()
+{
+    Mix_VolumeMusic(musicMuted ? 0 : static_cast<int>(musicVolume * MIX_MAX_VOLUME + 0.5f));
+}
+
+int SoundManager::effectVolume(float volume) const
+{
+    return static_cast<int>(volume * effectsVolume * MIX_MAX_VOLUME + 0.5f);
 }
 
 void SoundManager::playSplash()

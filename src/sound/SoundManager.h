@@ -26,6 +26,12 @@ public:
     // Plays the splash, cutting the previous splash if it is still sounding.
     void playSplash();
 
+    // The player's volumes, each 0..1: the music's (0.5 unless changed) and the effects' (1).
+    void setVolumes(float music, float effects);
+    // M: silences the music or lets it play on at its volume.
+    void toggleMusicMuted();
+    bool isMusicMuted() const { return musicMuted; }
+
     bool hasOutput() const { return output; }
     int getSplashChannel() const { return splashChannel; }
     int getShotChannel() const { return shotChannel; }
@@ -40,6 +46,9 @@ private:
     void loadSounds();
     // Reports a failed call; RESULT is the mixer's return value.
     void check(int result);
+    void applyMusicVolume();
+    // A channel's volume for a sound the design plays at VOLUME (0..1).
+    int effectVolume(float volume) const;
     // True while CHANNEL still plays CHUNK: the mixer hands channel numbers out again, so a kept
     // channel may meanwhile carry an unrelated sound.
     static bool stillPlays(int channel, const Mix_Chunk* chunk);
@@ -55,6 +64,9 @@ private:
     Mix_Chunk* shot1 = nullptr;
     Mix_Chunk* shot2 = nullptr;
     Mix_Chunk* splash = nullptr;
+    float musicVolume = 0.5f;   // 0..1
+    float effectsVolume = 1.0f; // 0..1, scales every effect
+    bool musicMuted = false;
     int shotChannel = -1;   // kept from the last shot1
     int splashChannel = -1; // the last splash
 };

@@ -33,3 +33,28 @@ TEST(FrameClock, FpsClosesOnlyAfterMoreThanASecondOfFrameTime)
     clock.tick(now += 5000.0);
     EXPECT_EQ(clock.frameCount, 0);
 }
+
+// A pause freezes the game time; it runs on from the same value, so a frame after the pause is
+// an ordinary frame, not a stall nor a jump.
+TEST(GameTime, APauseFreezesTheTimeAndItRunsOnFromWhereItStopped)
+{
+    GameTime time;
+    EXPECT_EQ(time.at(5000.0), 5000.0);
+    time.pause(6000.0);
+    time.pause(6500.0); // already paused: the first pause holds
+    EXPECT_TRUE(time.paused());
+    EXPECT_EQ(time.at(9000.0), 6000.0);
+    time.resume(16000.0);
+    time.resume(17000.0); // already running: nothing
+    EXPECT_FALSE(time.paused());
+    EXPECT_EQ(time.at(16000.0), 6000.0);
+    EXPECT_EQ(time.at(17016.0), 7016.0);
+
+    // The last frame before the pause and the first after it are 16 ms of game time apart.
+    GameTime played;
+    FrameClock clock;
+    clock.reset(played.at(5990.0));
+    played.pause(6000.0);
+    played.resume(16000.0);
+    EXPECT_NEAR(clock.tick(played.at(16006.0)), 0.016f, 1e-6f);
+}

@@ -101,3 +101,36 @@ TEST(E2eSound, TheMusicPlaysAndAThrowAndItsSplashRiseAboveIt)
     const double between = *std::min_element(w.begin() + throwAt + 8, w.begin() + throwAt + 16);
     EXPECT_LT(between, 1.3 * music) << "the throw and the splash run together: " << curve;
 }
+
+TEST(E2eSound, MSilencesTheMusicAndBringsItBack)
+{
+    if (!std::getenv("DISPLAY"))
+    {
+        GTEST_SKIP() << "no X display";
+    }
+    GameProcess game;
+    const std::string audio = game.workDir() + "/mixed.raw";
+    ASSERT_TRUE(game.start({"SDL_AUDIODRIVER=disk", "SDL_DISKAUDIOFILE=" + audio}));
+    ASSERT_TRUE(game.waitForError("[SUCCESS] - Successfully started Main Loop",
+                                  GameProcess::START_SECONDS));
+    ASSERT_NE(game.window(), 0u);
+    game.waitExit(1.5);
+    const auto now = [&] { return std::filesystem::file_size(audio) / FRAME_BYTES / WINDOW; };
+    const size_t muted = now();
+    game.key("m");
+    ASSERT_TRUE(game.waitForError("Music muted\n", 5.0));
+    game.waitExit(2.0);
+    const size_t unmuted = now();
+    game.key("m");
+    ASSERT_TRUE(game.waitForError("Music on\n", 5.0));
+    game.waitExit(2.0);
+    game.key("Escape");
+    EXPECT_EQ(game.waitExit(10.0), 0);
+
+    // Windows of 50 ms: a little slack either side of each key for the mixer's buffer.
+    const std::vector<double> w = loudness(audio);
+    ASSERT_GT(w.size(), unmuted + 30) << "the recording stops too soon";
+    EXPECT_GT(peak(w, 5, muted - 2), 100.0) << "no music before M";
+    EXPECT_LT(peak(w, muted + 6, unmuted - 1), 1.0) << "the music still plays after M";
+    EXPECT_GT(peak(w, unmuted + 6, unmuted + 30), 100.0) << "the music did not come back";
+}

@@ -163,3 +163,37 @@ TEST_ON(PlayingGame, MotionBlur, AnIncompleteFramebufferIsReportedAndLaterFrames
     }
     EXPECT_GT(bright, PIXELS / 4);
 }
+
+TEST_ON(PlayingGame, MotionBlur, TheTargetsAndTheViewFollowTheWindowsSize)
+{
+    SDL_SetWindowSize(game->getDisplay().window, 1600, 900);
+    for (int i = 0; i < 200 && game->getDisplay().width != 1600; ++i)
+    {
+        SDL_Delay(10);
+        game->handleEvents();
+    }
+    ASSERT_EQ(game->getDisplay().width, 1600);
+    ASSERT_EQ(game->getDisplay().height, 900);
+    // The vertical field of view stays; the view widens with the window.
+    const Mat4& perspective = game->getPerspective();
+    EXPECT_NEAR(perspective[5] / perspective[0], 1600.0f / 900.0f, 1e-4f);
+
+    const MotionBlur& blur = *game->getMotionBlur();
+    EXPECT_EQ(blur.getWidth(), 1600);
+    EXPECT_EQ(blur.getHeight(), 900);
+    for (const char* name : {"motionblur1", "motionblur2"})
+    {
+        GLint width = 0, height = 0;
+        glBindTexture(GL_TEXTURE_2D, TextureManager::instance().get(name));
+        glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &width);
+        glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &height);
+        glBindTexture(GL_TEXTURE_2D, 0);
+        EXPECT_EQ(width, 1600) << name;
+        EXPECT_EQ(height, 900) << name;
+    }
+    // The blurred frame is still drawn: the targets are complete at their new size.
+    testing::internal::CaptureStdout();
+    game->renderMotionBlurFrame();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_TRUE(game->getMotionBlur()->ready());
+}

@@ -81,6 +81,7 @@ GameProcess::GameProcess(Data data)
 {
     char pattern[] = "/tmp/blotch-e2e-XXXXXX";
     dir = mkdtemp(pattern);
+    fs::create_directories(configDir());
     const fs::path source = fs::path(BLOTCH_SOURCE_DIR) / "data";
     if (data == Data::Link)
     {
@@ -172,6 +173,14 @@ bool GameProcess::start(const std::vector<std::string>& environment)
         dup2(nullFd, 0);
         // Every GL error the driver sees is printed, and fails the test (see the destructor).
         setenv("BLOTCH_GL_DEBUG", "1", 0);
+        // The game's settings and pictures stay in the test's folder. The GL driver's cache
+        // stays where it was, so starts are as quick as ever.
+        if (!std::getenv("XDG_CACHE_HOME") && std::getenv("HOME"))
+        {
+            setenv("XDG_CACHE_HOME", (std::string(std::getenv("HOME")) + "/.cache").c_str(), 1);
+        }
+        setenv("HOME", homeDir().c_str(), 1);
+        setenv("XDG_CONFIG_HOME", configDir().c_str(), 1);
         // stdbuf preloads its library ahead of everything, which a sanitized game would refuse.
         const char* asan = std::getenv("ASAN_OPTIONS");
         const std::string options = std::string(asan ? asan : "") + ":verify_asan_link_order=0";
@@ -187,9 +196,10 @@ bool GameProcess::start(const std::vector<std::string>& environment)
     return true;
 }
 
-bool GameProcess::launch()
+bool GameProcess::launch(const std::vector<std::string>& environment)
 {
-    return start() && waitForError("[SUCCESS] - Successfully started Main Loop", START_SECONDS) &&
+    return start(environment) &&
+           waitForError("[SUCCESS] - Successfully started Main Loop", START_SECONDS) &&
            window() != 0;
 }
 
@@ -355,7 +365,7 @@ bool GameProcess::screenshot(const std::string& path)
     return status == 0 && fs::exists(path);
 }
 
-PrivateDisplay::PrivateDisplay()
+PrivateDisplay::PrivateDisplay(const std::string& screen)
 {
     if (const char* current = std::getenv("DISPLAY"))
     {
@@ -378,7 +388,7 @@ PrivateDisplay::PrivateDisplay()
         dup2(nullFd, 1);
         dup2(nullFd, 2);
         const std::string fd = std::to_string(fds[1]);
-        execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1280x1024x24", "-noreset",
+        execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", screen.c_str(), "-noreset",
                "-nolisten", "tcp", static_cast<char*>(nullptr));
         _exit(127);
     }

@@ -6,7 +6,8 @@
 #include <vector>
 
 // Runs the real blotch binary for end-to-end tests: in a fresh temporary working directory with
-// its own data/ tree, on the current X display, with standard output and error captured to files.
+// its own data/ tree and its own home and config folders (the player's settings and pictures are
+// never touched), on the current X display, with standard output and error captured to files.
 // Input goes through xdotool (real X events), pictures come from ImageMagick's import.
 class GameProcess
 {
@@ -24,6 +25,10 @@ public:
     GameProcess& operator=(const GameProcess&) = delete;
 
     const std::string& workDir() const { return dir; }
+    // The game's $HOME and $XDG_CONFIG_HOME, inside the working directory; an environment entry
+    // given to start() may point them elsewhere.
+    std::string homeDir() const { return dir + "/home"; }
+    std::string configDir() const { return dir + "/home/.config"; }
     // Path inside the working directory's data/ (only meaningful with Data::Copy for writes).
     std::string dataPath(const std::string& relative) const;
     void removeData(const std::string& relative);
@@ -37,7 +42,7 @@ public:
     // Starts the binary; extra "NAME=value" entries are added to its environment.
     bool start(const std::vector<std::string>& environment = {});
     // Starts the binary and waits until its main loop runs and its window is mapped.
-    bool launch();
+    bool launch(const std::vector<std::string>& environment = {});
     bool running();
     // Waits until the captured standard error contains TEXT.
     bool waitForError(const std::string& text, double seconds);
@@ -53,6 +58,8 @@ public:
     // The game's X window, waiting for it to be mapped. 0 when it never appears.
     unsigned long window(double seconds = 20.0);
     void key(const std::string& keysym);
+    // Gives the game's window the keyboard focus.
+    void focus();
     void mouseMoveRelative(int dx, int dy);
     void click(int button);
     // Asks the window to close, as a window manager's close button does.
@@ -67,8 +74,6 @@ public:
     void sendSignal(int number);
 
 private:
-    void focus();
-
     std::string dir;
     std::string binary = BLOTCH_BINARY;
     std::vector<std::string> arguments;
@@ -85,7 +90,8 @@ std::string runCommand(const std::string& command, int* status = nullptr);
 class PrivateDisplay
 {
 public:
-    PrivateDisplay();
+    // SCREEN is Xvfb's "WIDTHxHEIGHTxDEPTH".
+    explicit PrivateDisplay(const std::string& screen = "1280x1024x24");
     ~PrivateDisplay(); // stops the server and gives DISPLAY back
     PrivateDisplay(const PrivateDisplay&) = delete;
     PrivateDisplay& operator=(const PrivateDisplay&) = delete;

@@ -57,6 +57,43 @@ Image stretchedRows(const Image& image, int height)
     return out;
 }
 
+Image scaled(const Image& image, int width, int height)
+{
+    Image out;
+    out.width = width;
+    out.height = height;
+    out.rgb.resize(static_cast<size_t>(width) * height * 3);
+    // Where output pixel I's centre falls among the input's N pixels of an axis of OUT pixels.
+    const auto source = [](int i, int n, int out, int& i0, int& i1, float& f)
+    {
+        const float s = std::fmax(0.0f, (i + 0.5f) * n / out - 0.5f);
+        i0 = std::min(static_cast<int>(s), n - 1);
+        i1 = std::min(i0 + 1, n - 1);
+        f = s - i0;
+    };
+    for (int y = 0; y < height; ++y)
+    {
+        int y0, y1;
+        float fy;
+        source(y, image.height, height, y0, y1, fy);
+        for (int x = 0; x < width; ++x)
+        {
+            int x0, x1;
+            float fx;
+            source(x, image.width, width, x0, x1, fx);
+            for (int c = 0; c < 3; ++c)
+            {
+                const float top = image.pixel(x0, y0)[c] * (1 - fx) + image.pixel(x1, y0)[c] * fx;
+                const float bottom =
+                    image.pixel(x0, y1)[c] * (1 - fx) + image.pixel(x1, y1)[c] * fx;
+                out.rgb[(size_t(y) * width + x) * 3 + c] =
+                    static_cast<uint8_t>(std::lround(top * (1 - fy) + bottom * fy));
+            }
+        }
+    }
+    return out;
+}
+
 double meanDifference(const Image& a, const Image& b)
 {
     if (a.width != b.width || a.height != b.height || a.empty())

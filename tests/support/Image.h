@@ -24,6 +24,9 @@ Image loadImage(const std::string& path);
 // Stretches to HEIGHT rows (linear between rows), to compare a picture with how it looks
 // stretched on screen.
 Image stretchedRows(const Image& image, int height);
+// Resampled to WIDTH x HEIGHT (linear in both directions), to compare a picture drawn at one
+// size with one drawn at another.
+Image scaled(const Image& image, int width, int height);
 // The rectangle X0..X1, Y0..Y1 (exclusive) of IMAGE.
 Image crop(const Image& image, int x0, int y0, int x1, int y1);
 // The part of a 1024 x 768 game picture that shows only the world: below the overlay's text
