@@ -22,10 +22,11 @@ const Vec4 SURFACE_COLOR{1.0f, 1.0f, 1.0f, 1.0f};
 // and smaller levels, about 480 MiB): the density of a level's charts is the finest that fits.
 const double PAINT_MAP_TEXELS =
     480.0 * 1024 * 1024 / double(PaintMap::PAGE_BYTES) * PaintMap::PAYLOAD * PaintMap::PAYLOAD;
-// Splats stamped at once in a frame before the clock is looked at, and how long a frame may
-// spend stamping while the whole paint is stamped again.
-const size_t STAMP_CHUNK = 64;
-const auto STAMP_BUDGET = std::chrono::milliseconds(12);
+// Splats stamped at once before the clock is looked at, and how long a frame may spend stamping
+// while the whole paint is stamped again. Stamping goes page by page, and a page costs a draw
+// however few splats it takes: the more splats at once, the cheaper each.
+const size_t STAMP_CHUNK = 1024;
+const auto STAMP_BUDGET = std::chrono::milliseconds(40);
 // How often the painted share is counted.
 const auto COUNT_INTERVAL = std::chrono::milliseconds(250);
 
