@@ -57,8 +57,8 @@ bool Match::buildLevel()
     auto built = std::make_unique<Level>();
     built->setMesh(std::move(mesh.vertices), std::move(mesh.normals), std::move(mesh.uvs),
                    mesh.vertexCount);
-    // The collision tree only reads the vertices: it builds on a second thread during the upload.
-    built->startPhysics();
+    // The collision tree only reads the vertices: it builds on a second thread while the level
+    // lays out its paint map and uploads.
     built->initBuffers();
     stageDone("gl upload");
     const bool physics = built->buildPhysics();

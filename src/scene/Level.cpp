@@ -59,6 +59,8 @@ void Level::setMesh(std::unique_ptr<float[]> newVertices, std::unique_ptr<float[
     normals = std::move(newNormals);
     uvs = std::move(newUvs);
     vertexCount = count;
+    // The collision tree builds on a second thread while this one lays out the paint map.
+    startPhysics();
     // Where each triangle lies in the paint map, and the triangles as drawn.
     charts = Charts(vertices.get(), vertexCount, PAINT_MAP_TEXELS, PaintMap::PAYLOAD);
     drawn = PaintMesh::build(vertices.get(), normals.get(), hasWholeTriangles() ? vertexCount : 0,

@@ -31,7 +31,8 @@ public:
     ~Level() override;
 
     // Takes over the imported arrays: VERTICES holds COUNT x (x, y, z, 1), NORMALS COUNT x 3,
-    // UVS COUNT x 2; lays the triangles out in the paint map's charts.
+    // UVS COUNT x 2; lays the triangles out in the paint map's charts while the collision tree
+    // starts building beside it (see startPhysics()).
     void setMesh(std::unique_ptr<float[]> vertices, std::unique_ptr<float[]> normals,
                  std::unique_ptr<float[]> uvs, int32_t count);
     // Uploads the triangles as drawn, with where each vertex lies in the paint map, once; the mesh
