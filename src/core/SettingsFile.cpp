@@ -307,7 +307,7 @@ std::string homeFolder()
 std::string configFolder()
 {
     const char* config = std::getenv("XDG_CONFIG_HOME");
-    // The base directory spec asks to ignore a relative path here.
+    // XDG base directories must be absolute: a relative one is ignored.
     if (config && config[0] == '/')
     {
         return config;
