@@ -100,6 +100,8 @@ bool Match::update(float dt, MatchInput& input, FrameView& frame)
         {
             SoundManager::instance().playSplash();
         }
+        // and stamp them into the paint map, before anything of the frame is drawn
+        level->updatePaint();
         look(frame);
     }
     // the view frustum culls with the view the frame started with

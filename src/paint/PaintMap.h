@@ -31,6 +31,10 @@ public:
     static constexpr int PAGES_PER_LAYER = PAGES_ACROSS * PAGES_ACROSS;
     // Bytes of one page with its smaller level.
     static constexpr size_t PAGE_BYTES = size_t(PAGE) * PAGE * 4 + size_t(PAGE / 2) * (PAGE / 2) * 4;
+    // The paint-map space a level may lay out: what about 480 MiB of pages hold. A level's
+    // charts take the finest density that fits.
+    static constexpr double BUDGET_TEXELS =
+        480.0 * 1024 * 1024 / double(PAGE_BYTES) * PAYLOAD * PAYLOAD;
 
     explicit PaintMap(const Charts& charts);
     ~PaintMap();
@@ -64,8 +68,6 @@ public:
     size_t pageLimit() const { return maxPages; }
     // GL memory held: the pool, the page table and the splat pictures.
     size_t bytes() const;
-    // The picture SPLAT was given, as the splat pictures hold it: for tests.
-    unsigned int pictureTexture() const { return pictures; }
 
 private:
     struct Quad

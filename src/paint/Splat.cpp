@@ -165,18 +165,4 @@ bool cutTriangle(const SplatFrame& f, const float* vertices, int triangle,
     return true;
 }
 
-void bounds(const std::list<DecalPolygon>& polygons, Vec3& min, Vec3& max)
-{
-    min = {INFINITY, INFINITY, INFINITY};
-    max = {-INFINITY, -INFINITY, -INFINITY};
-    for (const DecalPolygon& polygon : polygons)
-    {
-        for (const DecalVertex& c : polygon)
-        {
-            min = {std::min(min.x, c.x), std::min(min.y, c.y), std::min(min.z, c.z)};
-            max = {std::max(max.x, c.x), std::max(max.y, c.y), std::max(max.z, c.z)};
-        }
-    }
-}
-
 } // namespace splat

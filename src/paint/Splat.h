@@ -45,7 +45,5 @@ void box(const SplatFrame& frame, Vec3& min, Vec3& max);
 // something of it lies inside.
 bool cutTriangle(const SplatFrame& frame, const float* vertices, int triangle,
                  std::list<DecalPolygon>& out);
-// The box around every corner of POLYGONS.
-void bounds(const std::list<DecalPolygon>& polygons, Vec3& min, Vec3& max);
 
 } // namespace splat

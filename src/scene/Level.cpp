@@ -18,10 +18,6 @@
 namespace
 {
 const Vec4 SURFACE_COLOR{1.0f, 1.0f, 1.0f, 1.0f};
-// The paint map may hold this many texels of paint-map space at most (with its pages' borders
-// and smaller levels, about 480 MiB): the density of a level's charts is the finest that fits.
-const double PAINT_MAP_TEXELS =
-    480.0 * 1024 * 1024 / double(PaintMap::PAGE_BYTES) * PaintMap::PAYLOAD * PaintMap::PAYLOAD;
 // Splats stamped at once before the clock is looked at, and how long a frame may spend stamping
 // while the whole paint is stamped again. Stamping goes page by page, and a page costs a draw
 // however few splats it takes: the more splats at once, the cheaper each.
@@ -62,7 +58,7 @@ void Level::setMesh(std::unique_ptr<float[]> newVertices, std::unique_ptr<float[
     // The collision tree builds on a second thread while this one lays out the paint map.
     startPhysics();
     // Where each triangle lies in the paint map, and the triangles as drawn.
-    charts = Charts(vertices.get(), vertexCount, PAINT_MAP_TEXELS, PaintMap::PAYLOAD);
+    charts = Charts(vertices.get(), vertexCount, PaintMap::BUDGET_TEXELS, PaintMap::PAYLOAD);
     drawn = PaintMesh::build(vertices.get(), normals.get(), hasWholeTriangles() ? vertexCount : 0,
                              charts, PaintMap::PAYLOAD);
 }
@@ -85,7 +81,6 @@ void Level::draw(Shader* shader)
     {
         return;
     }
-    updatePaint();
     drawSurface(shader, drawsPaint(shader) && paintMap);
 }
 

@@ -57,8 +57,7 @@ public:
     int paintRecordedHits();
     // Stamps the splats not yet in the paint map (all of them again after the "transparency"
     // switch changed, a part each frame so the game goes on) and, a few times a second, counts
-    // how much of the surface is painted. draw() calls it; so may anything that wants the map
-    // up to date before that.
+    // how much of the surface is painted. Once a frame, before the frame is drawn.
     void updatePaint();
     // The splat's polygons for a hit, without making a decal. The triangles near the hit come
     // from the collision tree when the level has one (TREE), else from a scan of every triangle;

@@ -333,6 +333,7 @@ GL_TEST(PaintMap, TheLevelShowsThePaintThatEverySplatDrawnInTurnShowed)
                 drawReference(*bare, *painted, thrown, perspective);
                 const std::vector<uint8_t> reference = readPixels();
                 clearTarget();
+                painted->updatePaint(); // as a frame does before it draws
                 painted->draw(ShaderManager::instance().use("unicolor"));
                 const std::vector<uint8_t> mapped = readPixels();
                 const Comparison c = compare(reference, mapped, band);
@@ -377,6 +378,7 @@ GL_TEST(PaintMap, BlendedPaintHasSoftEdgesAndCutPaintIsOpaqueInTheThrownColours)
     setSwitch("transparency", false);
     setCycle("texture-quality", 0);
     clearTarget();
+    level->updatePaint();
     level->draw(ShaderManager::instance().use("unicolor"));
     std::vector<uint8_t> cut = readPixels();
     size_t white = 0, thrownColour = 0, other = 0;
@@ -406,6 +408,7 @@ GL_TEST(PaintMap, BlendedPaintHasSoftEdgesAndCutPaintIsOpaqueInTheThrownColours)
     setSwitch("transparency", true);
     setCycle("texture-quality", 1);
     clearTarget();
+    level->updatePaint();
     level->draw(ShaderManager::instance().use("unicolor"));
     std::vector<uint8_t> soft = readPixels();
     size_t between = 0;

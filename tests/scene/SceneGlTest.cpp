@@ -87,6 +87,7 @@ GL_TEST(Level, PaintLiesOnTheSurfaceInTheLitAndFlatPassesOnly)
     const float bare = depthInTheMiddle();
 
     level->paintHit({0, 3, 0}, {0, 1, 0}, {1, 0, 0, 1});
+    level->updatePaint();
     ASSERT_EQ(level->splatCount(), 1u);
     // It lies in the surface's own pixels and leaves the depth as it was.
     EXPECT_EQ(depthInTheMiddle(), bare);
