@@ -242,6 +242,7 @@ void Charts::group(const float* vertices, int32_t count)
         chartTriangles[fill[triangleChart[t]]++] = t;
     }
 
+    std::vector<float> flat;
     spanU.assign(charts.size(), 0.0f);
     spanV.assign(charts.size(), 0.0f);
     for (size_t c = 0; c < charts.size(); ++c)
@@ -249,71 +250,94 @@ void Charts::group(const float* vertices, int32_t count)
         Chart& chart = charts[c];
         const uint32_t* list = chartTriangles.data() + chartFirst[c];
         const size_t count = chartFirst[c + 1] - chartFirst[c];
-        // The chart's extent along axes U and V, false when no corner is finite.
-        auto extent = [&](const Vec3& u, const Vec3& v, float* out)
+        // The chart's finite corners on the plane's own axes, once.
+        Vec3 baseU, baseV;
+        planeAxes(chart.normal, baseU, baseV);
+        flat.clear();
+        for (size_t i = 0; i < count; ++i)
         {
-            out[0] = out[1] = INFINITY;
-            out[2] = out[3] = -INFINITY;
-            for (size_t i = 0; i < count; ++i)
+            for (int k = 0; k < 3; ++k)
             {
-                for (int k = 0; k < 3; ++k)
+                const Vec3 p = corner(vertices, list[i], k);
+                const float a = math::dot(baseU, p), b = math::dot(baseV, p);
+                if (std::isfinite(a) && std::isfinite(b))
                 {
-                    const Vec3 p = corner(vertices, list[i], k);
-                    const float a = math::dot(u, p), b = math::dot(v, p);
-                    if (std::isfinite(a) && std::isfinite(b))
-                    {
-                        out[0] = std::min(out[0], a);
-                        out[1] = std::min(out[1], b);
-                        out[2] = std::max(out[2], a);
-                        out[3] = std::max(out[3], b);
-                    }
+                    flat.push_back(a);
+                    flat.push_back(b);
                 }
             }
-            return out[0] <= out[2];
-        };
-        // The axes that give the smallest rectangle: the world's, turned into the plane, or along
-        // one of the edges of the chart's first few triangles (a rectangle built along other
-        // lines than the world's has its sides among them).
-        Vec3 bestU, bestV;
-        planeAxes(chart.normal, bestU, bestV);
-        float box[4];
-        if (!extent(bestU, bestV, box))
+        }
+        if (flat.empty())
         {
-            chart.axisU = bestU;
-            chart.axisV = bestV;
+            chart.axisU = baseU;
+            chart.axisV = baseV;
             chart.minU = chart.minV = 0.0f;
             continue;
         }
-        float bestArea = (box[2] - box[0]) * (box[3] - box[1]);
-        float best[4] = {box[0], box[1], box[2], box[3]};
-        const size_t tried = std::min<size_t>(count, 8);
-        for (size_t i = 0; i < tried && count > 1; ++i)
+        // The extent along the plane's axes turned by the angle of cosine C and sine S.
+        auto extent = [&](float c, float s, float* out)
+        {
+            out[0] = out[1] = INFINITY;
+            out[2] = out[3] = -INFINITY;
+            for (size_t i = 0; i < flat.size(); i += 2)
+            {
+                const float a = c * flat[i] + s * flat[i + 1], b = c * flat[i + 1] - s * flat[i];
+                out[0] = std::min(out[0], a);
+                out[1] = std::min(out[1], b);
+                out[2] = std::max(out[2], a);
+                out[3] = std::max(out[3], b);
+            }
+        };
+        // The axes that give the smallest rectangle: the plane's own, or along one of the edges
+        // of the chart's first few triangles (a rectangle built along other lines than those has
+        // its sides among them). An edge turned by a right angle gives the same rectangle, and
+        // level geometry repeats a few directions: each angle is tried once.
+        float best[4], box[4];
+        extent(1.0f, 0.0f, best);
+        float bestArea = (best[2] - best[0]) * (best[3] - best[1]);
+        float bestC = 1.0f, bestS = 0.0f;
+        const float QUARTER = 0.5f * float(M_PI);
+        float tried[25] = {0.0f};
+        int triedCount = 1;
+        const size_t first = std::min<size_t>(count, 8);
+        for (size_t i = 0; i < first && count > 1; ++i)
         {
             for (int k = 0; k < 3; ++k)
             {
                 const Vec3 e = sub(corner(vertices, list[i], (k + 1) % 3), corner(vertices, list[i], k));
-                const float along = math::dot(e, chart.normal);
-                const Vec3 flat = sub(e, {chart.normal.x * along, chart.normal.y * along,
-                                          chart.normal.z * along});
-                const float length = std::sqrt(math::dot(flat, flat));
+                const float ex = math::dot(e, baseU), ey = math::dot(e, baseV);
+                const float length = std::sqrt(ex * ex + ey * ey);
                 if (!(length > 0.0f) || !std::isfinite(length))
                 {
                     continue;
                 }
-                const Vec3 u{flat.x / length, flat.y / length, flat.z / length};
-                const Vec3 v = math::cross(chart.normal, u);
-                // A little better than the world's axes, so that those win a tie.
-                if (extent(u, v, box) && (box[2] - box[0]) * (box[3] - box[1]) < 0.99f * bestArea)
+                float angle = std::fmod(std::atan2(ey, ex) + 2.0f * float(M_PI), QUARTER);
+                bool seen = false;
+                for (int j = 0; j < triedCount && !seen; ++j)
+                {
+                    const float apart = std::fabs(angle - tried[j]);
+                    seen = apart < 1e-5f || QUARTER - apart < 1e-5f;
+                }
+                if (seen)
+                {
+                    continue;
+                }
+                tried[triedCount++] = angle;
+                const float c = ex / length, s = ey / length;
+                extent(c, s, box);
+                // A little better than the plane's own axes, so that those win a tie.
+                if ((box[2] - box[0]) * (box[3] - box[1]) < 0.99f * bestArea)
                 {
                     bestArea = (box[2] - box[0]) * (box[3] - box[1]);
-                    bestU = u;
-                    bestV = v;
+                    bestC = c;
+                    bestS = s;
                     std::copy(box, box + 4, best);
                 }
             }
         }
-        chart.axisU = bestU;
-        chart.axisV = bestV;
+        chart.axisU = {bestC * baseU.x + bestS * baseV.x, bestC * baseU.y + bestS * baseV.y,
+                       bestC * baseU.z + bestS * baseV.z};
+        chart.axisV = math::cross(chart.normal, chart.axisU);
         chart.minU = best[0];
         chart.minV = best[1];
         spanU[c] = best[2] - best[0];

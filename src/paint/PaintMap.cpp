@@ -172,33 +172,46 @@ size_t PaintMap::bytes() const
 
 void PaintMap::measurePicture(int picture, const uint32_t* rgba, int width, int height)
 {
-    int x0 = width, y0 = height, x1 = -1, y1 = -1;
+    // In texels: the least and most x, y, x + y and x - y over the painted texels' corners.
+    float lo[4] = {INFINITY, INFINITY, INFINITY, INFINITY};
+    float hi[4] = {-INFINITY, -INFINITY, -INFINITY, -INFINITY};
+    const float su = 1.0f / float(width), sv = 1.0f / float(height);
     for (int y = 0; y < height; ++y)
     {
         for (int x = 0; x < width; ++x)
         {
-            if (rgba[size_t(y) * size_t(width) + size_t(x)] >> 24)
+            if (!(rgba[size_t(y) * size_t(width) + size_t(x)] >> 24))
             {
-                x0 = std::min(x0, x);
-                x1 = std::max(x1, x);
-                y0 = std::min(y0, y);
-                y1 = std::max(y1, y);
+                continue;
+            }
+            const float u0 = float(x) * su, u1 = float(x + 1) * su;
+            const float v0 = float(y) * sv, v1 = float(y + 1) * sv;
+            const float a[4] = {u0, v0, u0 + v0, u0 - v1};
+            const float b[4] = {u1, v1, u1 + v1, u1 - v0};
+            for (int k = 0; k < 4; ++k)
+            {
+                lo[k] = std::min(lo[k], a[k]);
+                hi[k] = std::max(hi[k], b[k]);
             }
         }
     }
-    float* e = pictureExtent[picture];
-    if (x1 < 0)
+    float* e = pictureOutline[picture];
+    if (!(lo[0] < hi[0]))
     {
-        e[0] = e[1] = e[2] = e[3] = 0.5f; // clear all over: nothing to stamp
+        std::fill(e, e + 8, 0.5f); // clear all over: nothing to stamp
         return;
     }
-    // A texel and a half more each side for what linear filtering and the smaller levels blur
-    // outwards; within the square, as the picture only repeats outside it.
-    const float margin = 2.5f;
-    e[0] = std::max(0.0f, (float(x0) - margin) / float(width));
-    e[1] = std::max(0.0f, (float(y0) - margin) / float(height));
-    e[2] = std::min(1.0f, (float(x1) + 1.0f + margin) / float(width));
-    e[3] = std::min(1.0f, (float(y1) + 1.0f + margin) / float(height));
+    // Two texels and a half more each way for what linear filtering and the smaller levels blur
+    // outwards; the sides within the square, as the picture only repeats outside it.
+    const float mu = 2.5f * su, mv = 2.5f * sv;
+    e[0] = std::max(0.0f, lo[0] - mu);
+    e[1] = std::max(0.0f, lo[1] - mv);
+    e[2] = std::min(1.0f, hi[0] + mu);
+    e[3] = std::min(1.0f, hi[1] + mv);
+    e[4] = lo[2] - mu - mv;
+    e[5] = hi[2] + mu + mv;
+    e[6] = lo[3] - mu - mv;
+    e[7] = hi[3] + mu + mv;
 }
 
 void PaintMap::loadPictures()
@@ -390,9 +403,57 @@ uint32_t PaintMap::pageSlot(int px, int py)
     return slot;
 }
 
-bool PaintMap::quadOn(const SplatRecord& r, const Chart& c, Corners& out) const
+void PaintMap::clip(Patch& p, float ox, float oy, float a, float ax, float ay)
 {
+    if (p.count == 0)
+    {
+        return;
+    }
+    const Patch in = p;
+    p.count = 0;
+    float f[Patch::MAX_CORNERS];
+    for (int i = 0; i < in.count; ++i)
+    {
+        f[i] = a + ax * (in.x[i] - ox) + ay * (in.y[i] - oy);
+    }
+    for (int i = 0; i < in.count; ++i)
+    {
+        const int j = i + 1 == in.count ? 0 : i + 1;
+        if (f[i] >= 0.0f && p.count < Patch::MAX_CORNERS)
+        {
+            p.x[p.count] = in.x[i];
+            p.y[p.count] = in.y[i];
+            p.u[p.count] = in.u[i];
+            p.v[p.count] = in.v[i];
+            p.d[p.count] = in.d[i];
+            ++p.count;
+        }
+        if ((f[i] >= 0.0f) != (f[j] >= 0.0f) && p.count < Patch::MAX_CORNERS)
+        {
+            const float t = f[i] / (f[i] - f[j]);
+            p.x[p.count] = in.x[i] + (in.x[j] - in.x[i]) * t;
+            p.y[p.count] = in.y[i] + (in.y[j] - in.y[i]) * t;
+            p.u[p.count] = in.u[i] + (in.u[j] - in.u[i]) * t;
+            p.v[p.count] = in.v[i] + (in.v[j] - in.v[i]) * t;
+            p.d[p.count] = in.d[i] + (in.d[j] - in.d[i]) * t;
+            ++p.count;
+        }
+    }
+    if (p.count < 3)
+    {
+        p.count = 0;
+    }
+}
+
+bool PaintMap::patchOn(const SplatRecord& r, const Chart& c, Patch& out) const
+{
+    out.count = 0;
     if (!(math::dot(c.normal, r.normal) > splat::MIN_FACING))
+    {
+        return false;
+    }
+    const float* e = pictureOutline[r.picture < PICTURE_COUNT ? r.picture : 0];
+    if (!(e[0] < e[2] && e[1] < e[3]))
     {
         return false;
     }
@@ -403,12 +464,6 @@ bool PaintMap::quadOn(const SplatRecord& r, const Chart& c, Corners& out) const
     const Vec3 tb = math::cross(f.tangent, f.bitangent);
     const float det = math::dot(f.tangent, bn);
     float x0 = INFINITY, y0 = INFINITY, x1 = -INFINITY, y1 = -INFINITY;
-    // Only the part of the square where the picture paints anything: (u, v) in its extent.
-    const float* e = pictureExtent[r.picture < PICTURE_COUNT ? r.picture : 0];
-    if (!(e[0] < e[2] && e[1] < e[3]))
-    {
-        return false;
-    }
     const float side = 2.0f * splat::HALF_SIZE;
     for (int i = 0; i < 8; ++i)
     {
@@ -435,18 +490,47 @@ bool PaintMap::quadOn(const SplatRecord& r, const Chart& c, Corners& out) const
     {
         return false;
     }
+    // u, v and d are affine over the chart: their values at the rectangle's corner and their
+    // steps along x and y.
+    const auto at = [&](float x, float y, float& u, float& v, float& d)
+    {
+        const Vec3 w = charts.toWorld(c, x, y);
+        const Vec3 o{w.x - f.point.x, w.y - f.point.y, w.z - f.point.z};
+        u = math::dot(o, f.tangent) / side + 0.5f;
+        v = math::dot(o, f.bitangent) / side + 0.5f;
+        d = math::dot(o, f.normal);
+    };
+    float u0, v0, d0, ux, vx, dx, uy, vy, dy;
+    at(x0, y0, u0, v0, d0);
+    at(x0 + 1.0f, y0, ux, vx, dx);
+    at(x0, y0 + 1.0f, uy, vy, dy);
+    ux -= u0, vx -= v0, dx -= d0;
+    uy -= u0, vy -= v0, dy -= d0;
     const float xs[4] = {x0, x1, x1, x0}, ys[4] = {y0, y0, y1, y1};
+    out.count = 4;
     for (int k = 0; k < 4; ++k)
     {
-        const Vec3 w = charts.toWorld(c, xs[k], ys[k]);
-        const Vec3 o{w.x - f.point.x, w.y - f.point.y, w.z - f.point.z};
+        const float sx = xs[k] - x0, sy = ys[k] - y0;
         out.x[k] = xs[k];
         out.y[k] = ys[k];
-        out.u[k] = math::dot(o, f.tangent) / (2.0f * splat::HALF_SIZE) + 0.5f;
-        out.v[k] = math::dot(o, f.bitangent) / (2.0f * splat::HALF_SIZE) + 0.5f;
-        out.d[k] = math::dot(o, f.normal);
+        out.u[k] = u0 + ux * sx + uy * sy;
+        out.v[k] = v0 + vx * sx + vy * sy;
+        out.d[k] = d0 + dx * sx + dy * sy;
     }
-    return true;
+    // Only where the block reaches and the picture paints: the rest would be rasterized to be
+    // thrown away. Each cut is VALUE + STEP_X x + STEP_Y y >= 0 from the rectangle's corner.
+    const float h = splat::HALF_DEPTH;
+    clip(out, x0, y0, u0 - e[0], ux, uy);
+    clip(out, x0, y0, e[2] - u0, -ux, -uy);
+    clip(out, x0, y0, v0 - e[1], vx, vy);
+    clip(out, x0, y0, e[3] - v0, -vx, -vy);
+    clip(out, x0, y0, u0 + v0 - e[4], ux + vx, uy + vy);
+    clip(out, x0, y0, e[5] - u0 - v0, -ux - vx, -uy - vy);
+    clip(out, x0, y0, u0 - v0 - e[6], ux - vx, uy - vy);
+    clip(out, x0, y0, e[7] - u0 + v0, vx - ux, vy - uy);
+    clip(out, x0, y0, d0 + h, dx, dy);
+    clip(out, x0, y0, h - d0, -dx, -dy);
+    return out.count >= 3;
 }
 
 void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool cut)
@@ -459,8 +543,8 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
     {
         loadPictures();
     }
-    // Every splat's quad on every chart it reaches, listed under each page it covers.
-    corners.clear();
+    // Every splat's patch on every chart it reaches, listed under each page it covers.
+    patches.clear();
     quads.clear();
     quadRecord.clear();
     for (size_t i = first; i < end; ++i)
@@ -469,18 +553,20 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
         const uint32_t* chartIds = records.chartsOf(r);
         for (uint16_t k = 0; k < r.chartCount; ++k)
         {
-            Corners c;
-            if (!quadOn(r, charts[chartIds[k]], c))
+            Patch& patch = patches.emplace_back();
+            if (!patchOn(r, charts[chartIds[k]], patch))
             {
+                patches.pop_back();
                 continue;
             }
-            const float qx0 = c.x[0], qx1 = c.x[1], qy0 = c.y[0], qy1 = c.y[2];
+            const auto [xLo, xHi] = std::minmax_element(patch.x, patch.x + patch.count);
+            const auto [yLo, yHi] = std::minmax_element(patch.y, patch.y + patch.count);
             // Page p holds paint-map texels [p PAYLOAD - BORDER, (p + 1) PAYLOAD + BORDER).
-            const int px0 = std::max(0, int(std::floor((qx0 - BORDER) / PAYLOAD)));
-            const int px1 = std::min(pagesAcross - 1, int(std::floor((qx1 + BORDER) / PAYLOAD)));
-            const int py0 = std::max(0, int(std::floor((qy0 - BORDER) / PAYLOAD)));
-            const int py1 = std::min(pagesDown - 1, int(std::floor((qy1 + BORDER) / PAYLOAD)));
-            const uint32_t index = uint32_t(corners.size());
+            const int px0 = std::max(0, int(std::floor((*xLo - BORDER) / PAYLOAD)));
+            const int px1 = std::min(pagesAcross - 1, int(std::floor((*xHi + BORDER) / PAYLOAD)));
+            const int py0 = std::max(0, int(std::floor((*yLo - BORDER) / PAYLOAD)));
+            const int py1 = std::min(pagesDown - 1, int(std::floor((*yHi + BORDER) / PAYLOAD)));
+            const uint32_t index = uint32_t(patches.size() - 1);
             bool used = false;
             for (int py = py0; py <= py1; ++py)
             {
@@ -494,15 +580,18 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
                     const uint32_t slot = pageSlot(px, py);
                     if (slot != UINT32_MAX)
                     {
-                        quads.push_back({slot, index});
+                        quads.push_back({slot, index, 0});
                         used = true;
                     }
                 }
             }
             if (used)
             {
-                corners.push_back(c);
                 quadRecord.push_back(uint32_t(i));
+            }
+            else
+            {
+                patches.pop_back();
             }
         }
     }
@@ -510,28 +599,23 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
     {
         return;
     }
-    // Page by page, and within a page in the order the splats were made.
+    // Page by page, and within a page in the order the splats were made; each patch a fan.
     std::stable_sort(quads.begin(), quads.end(),
                      [](const Quad& a, const Quad& b) { return a.slot < b.slot; });
-    stampVertices.resize(quads.size() * 6 * STAMP_FLOATS);
-    float* out = stampVertices.data();
-    static const int FAN[6] = {0, 1, 2, 0, 2, 3};
-    for (const Quad& q : quads)
+    stampVertices.clear();
+    for (Quad& q : quads)
     {
-        const Corners& c = corners[q.index];
+        const Patch& p = patches[q.index];
         const SplatRecord& r = records[quadRecord[q.index]];
-        for (int k : FAN)
+        q.first = uint32_t(stampVertices.size() / STAMP_FLOATS);
+        for (int t = 1; t + 1 < p.count; ++t)
         {
-            *out++ = c.x[k];
-            *out++ = c.y[k];
-            *out++ = c.u[k];
-            *out++ = c.v[k];
-            *out++ = c.d[k];
-            *out++ = float(r.picture);
-            *out++ = r.colour.x;
-            *out++ = r.colour.y;
-            *out++ = r.colour.z;
-            *out++ = r.colour.w;
+            for (const int k : {0, t, t + 1})
+            {
+                stampVertices.insert(stampVertices.end(),
+                                     {p.x[k], p.y[k], p.u[k], p.v[k], p.d[k], float(r.picture),
+                                      r.colour.x, r.colour.y, r.colour.z, r.colour.w});
+            }
         }
     }
 
@@ -607,7 +691,10 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
         glViewport(sx * PAGE, sy * PAGE, PAGE, PAGE);
         glUniform4f(region, float(px * PAYLOAD - BORDER), float(py * PAYLOAD - BORDER),
                     float(PAGE), 0.0f);
-        glDrawArrays(GL_TRIANGLES, GLint(run * 6), GLsizei((runEnd - run) * 6));
+        const GLint firstVertex = GLint(quads[run].first);
+        const GLint endVertex = runEnd < quads.size() ? GLint(quads[runEnd].first)
+                                                      : GLint(stampVertices.size() / STAMP_FLOATS);
+        glDrawArrays(GL_TRIANGLES, firstVertex, endVertex - firstVertex);
         run = runEnd;
     }
     glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0, 0);
@@ -639,27 +726,31 @@ void PaintMap::updateSmallerLevels()
     glBindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer);
     glReadBuffer(GL_COLOR_ATTACHMENT0);
     glDrawBuffer(GL_COLOR_ATTACHMENT0);
-    // Each texel the mean of the four under it, level by level.
+    // Each texel the mean of the four under it, level by level, in one blit a layer over the
+    // rectangle of its stale pages: a page that is not stale comes out as it was.
     std::sort(staleSlots.begin(), staleSlots.end());
     for (int level = 1; level < LEVELS; ++level)
     {
-        int attachedLayer = -1;
         const int from = PAGE >> (level - 1), to = PAGE >> level;
-        for (uint32_t slot : staleSlots)
+        for (size_t run = 0; run < staleSlots.size();)
         {
-            const int layer = int(slot / PAGES_PER_LAYER);
-            const int sx = int(slot % PAGES_ACROSS), sy = int(slot / PAGES_ACROSS % PAGES_ACROSS);
-            if (layer != attachedLayer)
+            const int layer = int(staleSlots[run] / PAGES_PER_LAYER);
+            int x0 = PAGES_ACROSS, y0 = PAGES_ACROSS, x1 = 0, y1 = 0;
+            for (; run < staleSlots.size() && int(staleSlots[run] / PAGES_PER_LAYER) == layer; ++run)
             {
-                glFramebufferTextureLayer(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, pool,
-                                          level - 1, layer);
-                glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, pool, level,
-                                          layer);
-                attachedLayer = layer;
+                const int sx = int(staleSlots[run] % PAGES_ACROSS);
+                const int sy = int(staleSlots[run] / PAGES_ACROSS % PAGES_ACROSS);
+                x0 = std::min(x0, sx);
+                y0 = std::min(y0, sy);
+                x1 = std::max(x1, sx + 1);
+                y1 = std::max(y1, sy + 1);
             }
-            glBlitFramebuffer(sx * from, sy * from, (sx + 1) * from, (sy + 1) * from, sx * to,
-                              sy * to, (sx + 1) * to, (sy + 1) * to, GL_COLOR_BUFFER_BIT,
-                              GL_LINEAR);
+            glFramebufferTextureLayer(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, pool, level - 1,
+                                      layer);
+            glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, pool, level,
+                                      layer);
+            glBlitFramebuffer(x0 * from, y0 * from, x1 * from, y1 * from, x0 * to, y0 * to,
+                              x1 * to, y1 * to, GL_COLOR_BUFFER_BIT, GL_LINEAR);
         }
     }
     for (uint32_t slot : staleSlots)

@@ -72,17 +72,25 @@ public:
 private:
     struct Quad
     {
-        uint32_t slot; // the page it is drawn into
-        uint32_t index;
+        uint32_t slot;  // the page it is drawn into
+        uint32_t index; // its patch
+        uint32_t first; // its first stamp vertex
     };
-    // Where the splat lies on chart C: its corners in paint-map space and on its picture.
-    struct Corners
+    // Where a splat paints on a chart: a convex polygon in paint-map texels, and where each corner
+    // lies on the splat's picture (u, v) and off its hit plane (d). The chart's rectangle cut by
+    // the splat's block and by the outline of what its picture paints has at most 4 + 10 corners.
+    struct Patch
     {
-        float x[4], y[4];
-        float u[4], v[4], d[4];
+        static constexpr int MAX_CORNERS = 14;
+        int count = 0;
+        float x[MAX_CORNERS], y[MAX_CORNERS];
+        float u[MAX_CORNERS], v[MAX_CORNERS], d[MAX_CORNERS];
     };
 
-    bool quadOn(const SplatRecord& r, const Chart& c, Corners& out) const;
+    bool patchOn(const SplatRecord& r, const Chart& c, Patch& out) const;
+    // Keeps the part of polygon P where A + AX (x - OX) + AY (y - OY) >= 0. u, v and d, affine
+    // over the chart, are carried along the cut edges.
+    static void clip(Patch& p, float ox, float oy, float a, float ax, float ay);
     // The page's slot in the pool, allocating one; UINT32_MAX when the pool is full.
     uint32_t pageSlot(int px, int py);
     void grow(int layers);
@@ -107,14 +115,14 @@ private:
     unsigned int stampBuffer = 0;
     unsigned int pictures = 0;
     bool picturesLoaded = false;
-    // Where on each picture (u0, v0, u1, v1) anything is painted, a texel wider: stamps are cut
-    // to it, since the rest of the square is clear.
-    float pictureExtent[PICTURE_COUNT][4] = {};
+    // The octagon around what each picture paints, a few texels wider: u0, v0, u1, v1, then the
+    // least and most u + v and u - v. Stamps are cut to it, since the rest of the square is clear.
+    float pictureOutline[PICTURE_COUNT][8] = {};
     // The pages stamped since their smaller level was last made, each once.
     std::vector<uint8_t> stale; // by slot
     std::vector<uint32_t> staleSlots;
 
-    std::vector<Corners> corners;
+    std::vector<Patch> patches;
     std::vector<Quad> quads;
     std::vector<float> stampVertices;
     std::vector<uint32_t> quadRecord;
