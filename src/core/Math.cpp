@@ -114,22 +114,6 @@ Vec4 transform(const Mat4& m, const Vec4& v)
     return {out[0], out[1], out[2], out[3]};
 }
 
-Vec3 normalize(const Vec3& v)
-{
-    const float len = squareRoot(v.x * v.x + v.y * v.y + v.z * v.z);
-    return {v.x / len, v.y / len, v.z / len};
-}
-
-Vec3 cross(const Vec3& a, const Vec3& b)
-{
-    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
-}
-
-float dot(const Vec3& a, const Vec3& b)
-{
-    return a.x * b.x + a.y * b.y + a.z * b.z;
-}
-
 Mat3 toMat3(const Quaternion& q)
 {
     const float x = q.x, y = q.y, z = q.z, w = q.w;

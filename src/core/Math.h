@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cmath>
+
 // Small vector and matrix math over plain float arrays. Matrices are column-major exactly as
 // OpenGL expects them (element (row r, column c) of a Mat4 is m[c * 4 + r]) and are uploaded
 // without transposing. Everything is single precision and returns by value; nothing allocates.
@@ -56,10 +58,21 @@ Mat4 translate(const Mat4& m, const Vec3& t);
 Mat4 multiply(const Mat4& a, const Mat4& b);
 Mat3 multiply(const Mat3& a, const Mat3& b);
 Vec4 transform(const Mat4& m, const Vec4& v);
+// Inline: the level's build calls these millions of times.
+inline Vec3 cross(const Vec3& a, const Vec3& b)
+{
+    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+inline float dot(const Vec3& a, const Vec3& b)
+{
+    return a.x * b.x + a.y * b.y + a.z * b.z;
+}
 // A zero vector is not guarded against (gives NaNs).
-Vec3 normalize(const Vec3& v);
-Vec3 cross(const Vec3& a, const Vec3& b);
-float dot(const Vec3& a, const Vec3& b);
+inline Vec3 normalize(const Vec3& v)
+{
+    const float len = static_cast<float>(std::sqrt(static_cast<double>(dot(v, v))));
+    return {v.x / len, v.y / len, v.z / len};
+}
 Mat3 toMat3(const Quaternion& q);
 // General inverse by cofactors. A singular matrix gives infinities or NaNs: only camera
 // matrices, which are always regular, are inverted.
