@@ -68,13 +68,18 @@ fault settings-toggle src/core/Settings.cpp 'value = !value;' 'value = true;'
 fault settings-cycle src/core/Settings.cpp \
     'c.value = (c.value + 1) % c.count;' 'c.value = (c.value + 1) % (c.count + 1);'
 # Paint maps: splats on one page stamped newest first; the gutter left bare; a page's border
-# offset by a texel; the charts' rows laid over each other.
+# offset by a texel; a stamp's outline cutting into its picture; a chart laid along the world's
+# axes only; the charts' rows laid over each other.
 fault paint-stamp-order src/paint/PaintMap.cpp \
-    'std::stable_sort(quads.begin(), quads.end(),' 'std::reverse(quads.begin(), quads.end()); std::stable_sort(quads.begin(), quads.end(),'
+    'std::stable_sort(pieces.begin(), pieces.end(),' 'std::reverse(pieces.begin(), pieces.end()); std::stable_sort(pieces.begin(), pieces.end(),'
 fault paint-no-gutter src/paint/PaintMap.cpp \
     'x0 = std::max(x0, float(c.x));' 'x0 = std::max(x0, float(c.x + Charts::GUTTER));'
 fault paint-page-border src/paint/PaintMap.cpp \
     'glUniform4f(region, float(px * PAYLOAD - BORDER),' 'glUniform4f(region, float(px * PAYLOAD - BORDER + 1),'
+fault paint-outline-cuts src/paint/PaintMap.cpp \
+    'e[5] - u0 - v0,' 'e[5] - 0.1f - u0 - v0,'
+fault charts-world-axes src/paint/Charts.cpp \
+    'const size_t first = std::min<size_t>(count, 8);' 'const size_t first = 0;'
 fault charts-rows-overlap src/paint/Charts.cpp 'y += row;' 'y += row / 2;'
 
 # FRAGMENT as a Perl pattern that allows any whitespace between its characters.

@@ -68,7 +68,8 @@ bool inside(float x, float y, const float* a, const float* b, const float* c)
     return (e0 >= 0 && e1 >= 0 && e2 >= 0) || (e0 <= 0 && e1 <= 0 && e2 <= 0);
 }
 
-// The GL state stamping changes, put back as it was.
+// The GL state the paint map's own drawing, clearing, copying and reading change, put back as
+// it was when this goes.
 struct SavedState
 {
     GLint drawFramebuffer = 0, readFramebuffer = 0;
@@ -80,9 +81,13 @@ struct SavedState
               stencil = GL_FALSE, depthMask = GL_TRUE;
     GLint arrayBuffer = 0;
     GLint program = 0;
+    GLint packAlignment = 4;
+    GLfloat clearColour[4] = {};
 
     SavedState()
     {
+        glGetIntegerv(GL_PACK_ALIGNMENT, &packAlignment);
+        glGetFloatv(GL_COLOR_CLEAR_VALUE, clearColour);
         glGetIntegerv(GL_CURRENT_PROGRAM, &program);
         glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &drawFramebuffer);
         glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING, &readFramebuffer);
@@ -119,6 +124,8 @@ struct SavedState
         set(GL_SCISSOR_TEST, scissor);
         set(GL_STENCIL_TEST, stencil);
         glUseProgram(GLuint(program));
+        glPixelStorei(GL_PACK_ALIGNMENT, packAlignment);
+        glClearColor(clearColour[0], clearColour[1], clearColour[2], clearColour[3]);
     }
 };
 } // namespace
@@ -315,12 +322,7 @@ void PaintMap::grow(int wanted)
     glTexParameteri(GL_TEXTURE_2D_ARRAY, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
     glBindTexture(GL_TEXTURE_2D_ARRAY, 0);
 
-    GLint drawBinding = 0, readBinding = 0;
-    GLfloat clearColour[4];
-    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &drawBinding);
-    glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING, &readBinding);
-    glGetFloatv(GL_COLOR_CLEAR_VALUE, clearColour);
-    const GLboolean scissor = glIsEnabled(GL_SCISSOR_TEST);
+    const SavedState saved;
     glDisable(GL_SCISSOR_TEST);
     glBindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer);
     glDrawBuffer(GL_COLOR_ATTACHMENT0);
@@ -350,13 +352,6 @@ void PaintMap::grow(int wanted)
     glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0, 0);
     glBindFramebuffer(GL_READ_FRAMEBUFFER, readFramebuffer);
     glFramebufferTextureLayer(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0, 0);
-    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, GLuint(drawBinding));
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, GLuint(readBinding));
-    glClearColor(clearColour[0], clearColour[1], clearColour[2], clearColour[3]);
-    if (scissor)
-    {
-        glEnable(GL_SCISSOR_TEST);
-    }
     if (pool)
     {
         glDeleteTextures(1, &pool);
@@ -545,8 +540,8 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
     }
     // Every splat's patch on every chart it reaches, listed under each page it covers.
     patches.clear();
-    quads.clear();
-    quadRecord.clear();
+    pieces.clear();
+    patchRecord.clear();
     for (size_t i = first; i < end; ++i)
     {
         const SplatRecord& r = records[i];
@@ -580,14 +575,14 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
                     const uint32_t slot = pageSlot(px, py);
                     if (slot != UINT32_MAX)
                     {
-                        quads.push_back({slot, index, 0});
+                        pieces.push_back({slot, index, 0});
                         used = true;
                     }
                 }
             }
             if (used)
             {
-                quadRecord.push_back(uint32_t(i));
+                patchRecord.push_back(uint32_t(i));
             }
             else
             {
@@ -595,18 +590,18 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
             }
         }
     }
-    if (quads.empty())
+    if (pieces.empty())
     {
         return;
     }
     // Page by page, and within a page in the order the splats were made; each patch a fan.
-    std::stable_sort(quads.begin(), quads.end(),
-                     [](const Quad& a, const Quad& b) { return a.slot < b.slot; });
+    std::stable_sort(pieces.begin(), pieces.end(),
+                     [](const Piece& a, const Piece& b) { return a.slot < b.slot; });
     stampVertices.clear();
-    for (Quad& q : quads)
+    for (Piece& q : pieces)
     {
         const Patch& p = patches[q.index];
-        const SplatRecord& r = records[quadRecord[q.index]];
+        const SplatRecord& r = records[patchRecord[q.index]];
         q.first = uint32_t(stampVertices.size() / STAMP_FLOATS);
         for (int t = 1; t + 1 < p.count; ++t)
         {
@@ -666,14 +661,14 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
     glBindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer);
     glDrawBuffer(GL_COLOR_ATTACHMENT0);
     int attachedLayer = -1;
-    for (size_t run = 0; run < quads.size();)
+    for (size_t run = 0; run < pieces.size();)
     {
         size_t runEnd = run + 1;
-        while (runEnd < quads.size() && quads[runEnd].slot == quads[run].slot)
+        while (runEnd < pieces.size() && pieces[runEnd].slot == pieces[run].slot)
         {
             ++runEnd;
         }
-        const uint32_t slot = quads[run].slot;
+        const uint32_t slot = pieces[run].slot;
         if (!stale[slot])
         {
             stale[slot] = 1;
@@ -691,8 +686,8 @@ void PaintMap::stamp(const SplatRecords& records, size_t first, size_t end, bool
         glViewport(sx * PAGE, sy * PAGE, PAGE, PAGE);
         glUniform4f(region, float(px * PAYLOAD - BORDER), float(py * PAYLOAD - BORDER),
                     float(PAGE), 0.0f);
-        const GLint firstVertex = GLint(quads[run].first);
-        const GLint endVertex = runEnd < quads.size() ? GLint(quads[runEnd].first)
+        const GLint firstVertex = GLint(pieces[run].first);
+        const GLint endVertex = runEnd < pieces.size() ? GLint(pieces[runEnd].first)
                                                       : GLint(stampVertices.size() / STAMP_FLOATS);
         glDrawArrays(GL_TRIANGLES, firstVertex, endVertex - firstVertex);
         run = runEnd;
@@ -717,10 +712,7 @@ void PaintMap::updateSmallerLevels()
     {
         return;
     }
-    GLint drawBinding = 0, readBinding = 0;
-    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &drawBinding);
-    glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING, &readBinding);
-    const GLboolean scissor = glIsEnabled(GL_SCISSOR_TEST);
+    const SavedState saved;
     glDisable(GL_SCISSOR_TEST);
     glBindFramebuffer(GL_READ_FRAMEBUFFER, readFramebuffer);
     glBindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer);
@@ -736,7 +728,8 @@ void PaintMap::updateSmallerLevels()
         {
             const int layer = int(staleSlots[run] / PAGES_PER_LAYER);
             int x0 = PAGES_ACROSS, y0 = PAGES_ACROSS, x1 = 0, y1 = 0;
-            for (; run < staleSlots.size() && int(staleSlots[run] / PAGES_PER_LAYER) == layer; ++run)
+            for (; run < staleSlots.size() && int(staleSlots[run] / PAGES_PER_LAYER) == layer;
+                 ++run)
             {
                 const int sx = int(staleSlots[run] % PAGES_ACROSS);
                 const int sy = int(staleSlots[run] / PAGES_ACROSS % PAGES_ACROSS);
@@ -749,8 +742,8 @@ void PaintMap::updateSmallerLevels()
                                       layer);
             glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, pool, level,
                                       layer);
-            glBlitFramebuffer(x0 * from, y0 * from, x1 * from, y1 * from, x0 * to, y0 * to,
-                              x1 * to, y1 * to, GL_COLOR_BUFFER_BIT, GL_LINEAR);
+            glBlitFramebuffer(x0 * from, y0 * from, x1 * from, y1 * from, x0 * to, y0 * to, x1 * to,
+                              y1 * to, GL_COLOR_BUFFER_BIT, GL_LINEAR);
         }
     }
     for (uint32_t slot : staleSlots)
@@ -765,12 +758,6 @@ void PaintMap::updateSmallerLevels()
     staleSlots.clear();
     glFramebufferTextureLayer(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0, 0);
     glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0, 0);
-    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, GLuint(drawBinding));
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, GLuint(readBinding));
-    if (scissor)
-    {
-        glEnable(GL_SCISSOR_TEST);
-    }
 }
 
 void PaintMap::clear()
@@ -779,13 +766,9 @@ void PaintMap::clear()
     {
         return;
     }
-    GLint drawFramebuffer = 0;
-    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &drawFramebuffer);
+    const SavedState saved;
     glBindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer);
     glDrawBuffer(GL_COLOR_ATTACHMENT0);
-    GLfloat clearColour[4];
-    glGetFloatv(GL_COLOR_CLEAR_VALUE, clearColour);
-    GLboolean scissor = glIsEnabled(GL_SCISSOR_TEST);
     glDisable(GL_SCISSOR_TEST);
     glClearColor(0.0f, 0.0f, 0.0f, 0.0f);
     for (int layer = 0; layer < layers; ++layer)
@@ -798,12 +781,6 @@ void PaintMap::clear()
         }
     }
     glFramebufferTextureLayer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0, 0);
-    glClearColor(clearColour[0], clearColour[1], clearColour[2], clearColour[3]);
-    if (scissor)
-    {
-        glEnable(GL_SCISSOR_TEST);
-    }
-    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, GLuint(drawFramebuffer));
     for (uint32_t slot = 0; slot < pagesUsed; ++slot)
     {
         paintedCells -= painted[slot];
@@ -927,9 +904,7 @@ void PaintMap::refreshCoverage(size_t maxPages)
     {
         return;
     }
-    GLint readFramebufferBinding = 0, packAlignment = 4;
-    glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING, &readFramebufferBinding);
-    glGetIntegerv(GL_PACK_ALIGNMENT, &packAlignment);
+    const SavedState saved;
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
     glBindFramebuffer(GL_READ_FRAMEBUFFER, readFramebuffer);
     const size_t count = std::min(maxPages, dirtySlots.size());
@@ -941,8 +916,6 @@ void PaintMap::refreshCoverage(size_t maxPages)
     }
     dirtySlots.resize(dirtySlots.size() - count);
     glFramebufferTextureLayer(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, 0, 0, 0);
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, GLuint(readFramebufferBinding));
-    glPixelStorei(GL_PACK_ALIGNMENT, packAlignment);
     const double cellArea = double(CELL) * CELL / (double(charts.getDensity()) * charts.getDensity());
     const double area = charts.getArea();
     revealedShare = area > 0.0 ? float(std::min(1.0, double(paintedCells) * cellArea / area)) : 0.0f;

@@ -70,7 +70,8 @@ public:
     size_t bytes() const;
 
 private:
-    struct Quad
+    // A patch as far as it lies on one page: a patch across a page's edge is drawn once into each.
+    struct Piece
     {
         uint32_t slot;  // the page it is drawn into
         uint32_t index; // its patch
@@ -123,9 +124,9 @@ private:
     std::vector<uint32_t> staleSlots;
 
     std::vector<Patch> patches;
-    std::vector<Quad> quads;
+    std::vector<Piece> pieces;
     std::vector<float> stampVertices;
-    std::vector<uint32_t> quadRecord;
+    std::vector<uint32_t> patchRecord; // the splat each patch belongs to
 
     // Coverage, counted on the coarsest level: per page the cells that lie on the level's
     // triangles (made when the page is first read), the painted ones among them, and whether paint

@@ -60,25 +60,16 @@ PaintMesh PaintMesh::build(const float* vertices, const float* normals, int32_t 
     PaintMesh mesh;
     const std::vector<float>& coords = charts.getCoords();
     const int32_t triangles = count / 3;
-    mesh.vertices.reserve(size_t(count) * 4);
+    mesh.vertices.reserve(size_t(count) * 3);
     mesh.normals.reserve(size_t(count) * 3);
     mesh.paint.reserve(size_t(count) * 4);
     const float size = float(page);
     auto emit = [&](const Corner& c, int px, int py)
     {
-        float* v = &*mesh.vertices.insert(mesh.vertices.end(), 4, 1.0f);
-        v[0] = c.p[0];
-        v[1] = c.p[1];
-        v[2] = c.p[2];
-        float* n = &*mesh.normals.insert(mesh.normals.end(), 3, 0.0f);
-        n[0] = c.n[0];
-        n[1] = c.n[1];
-        n[2] = c.n[2];
-        float* t = &*mesh.paint.insert(mesh.paint.end(), 4, 0.0f);
-        t[0] = c.u - float(px) * size;
-        t[1] = c.v - float(py) * size;
-        t[2] = float(px);
-        t[3] = float(py);
+        mesh.vertices.insert(mesh.vertices.end(), c.p, c.p + 3);
+        mesh.normals.insert(mesh.normals.end(), c.n, c.n + 3);
+        const float t[4] = {c.u - float(px) * size, c.v - float(py) * size, float(px), float(py)};
+        mesh.paint.insert(mesh.paint.end(), t, t + 4);
     };
     Polygon piece, column, cut, scratch;
     for (int32_t t = 0; t < triangles; ++t)
@@ -138,6 +129,6 @@ PaintMesh PaintMesh::build(const float* vertices, const float* normals, int32_t 
             }
         }
     }
-    mesh.count = int32_t(mesh.vertices.size() / 4);
+    mesh.count = int32_t(mesh.vertices.size() / 3);
     return mesh;
 }

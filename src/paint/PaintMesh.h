@@ -12,7 +12,7 @@
 // list (which physics and paint cutting read) is left as it is.
 struct PaintMesh
 {
-    std::vector<float> vertices; // x, y, z, 1 per vertex; three vertices a triangle
+    std::vector<float> vertices; // x, y, z per vertex; three vertices a triangle
     std::vector<float> normals;  // x, y, z per vertex
     // Per vertex: where it lies in its page (paint-map texels from the page's corner) and the
     // page's column and row.

@@ -68,7 +68,7 @@ void Level::initBuffers()
     model = math::scale(1.0f);
     prevModel = math::scale(1.0f);
     const size_t count = size_t(drawn.count);
-    vertexBuffer = createStaticBuffer(GL_ARRAY_BUFFER, drawn.vertices.data(), count * 16);
+    vertexBuffer = createStaticBuffer(GL_ARRAY_BUFFER, drawn.vertices.data(), count * 12);
     normalBuffer = createStaticBuffer(GL_ARRAY_BUFFER, drawn.normals.data(), count * 12);
     paintCoordBuffer = createStaticBuffer(GL_ARRAY_BUFFER, drawn.paint.data(), count * 16);
     glBindBuffer(GL_ARRAY_BUFFER, 0);
@@ -140,7 +140,7 @@ void Level::drawSurface(Shader* shader, bool painted)
     if (Settings::instance().getBool("vbo"))
     {
         glBindBuffer(GL_ARRAY_BUFFER, vertexBuffer);
-        shader->setAttributeBuffer("vertex", 4);
+        shader->setAttributeBuffer("vertex", 3);
         glBindBuffer(GL_ARRAY_BUFFER, normalBuffer);
         shader->setAttributeBuffer("normal", 3);
         glBindBuffer(GL_ARRAY_BUFFER, paintCoordBuffer);
@@ -150,7 +150,7 @@ void Level::drawSurface(Shader* shader, bool painted)
     }
     else
     {
-        shader->setAttribute("vertex", 4, drawn.vertices.data());
+        shader->setAttribute("vertex", 3, drawn.vertices.data());
         shader->setAttribute("normal", 3, drawn.normals.data());
         shader->setAttribute("paintmapcoord", 4, drawn.paint.data());
         glDrawArrays(GL_TRIANGLES, 0, drawn.count);

@@ -120,17 +120,23 @@ TEST(Charts, AChartTurnedInItsPlaneIsLaidAlongItsOwnEdges)
     // much about its normal, each cut into triangles along a diagonal: along the world's axes
     // their rectangles would be 1.87 and 1.6 times larger.
     const float c = std::cos(float(M_PI) / 6.0f), s = std::sin(float(M_PI) / 6.0f);
-    const auto floorCorner = [&](float x, float z) { return Vec3{c * x - s * z, 0.0f, s * x + c * z}; };
-    const auto wallCorner = [&](float x, float y) { return Vec3{c * x - s * y, 20.0f + s * x + c * y, 30.0f}; };
-    const Triangles level = quad(floorCorner(0, 0), floorCorner(0, 4), floorCorner(4, 4), floorCorner(4, 0)) +
-                            quad(wallCorner(0, 0), wallCorner(6, 0), wallCorner(6, 2), wallCorner(0, 2));
+    const auto floorCorner = [&](float x, float z) {
+        return Vec3{c * x - s * z, 0.0f, s * x + c * z};
+    };
+    const auto wallCorner = [&](float x, float y) {
+        return Vec3{c * x - s * y, 20.0f + s * x + c * y, 30.0f};
+    };
+    const Triangles level =
+        quad(floorCorner(0, 0), floorCorner(0, 4), floorCorner(4, 4), floorCorner(4, 0)) +
+        quad(wallCorner(0, 0), wallCorner(6, 0), wallCorner(6, 2), wallCorner(0, 2));
     const std::vector<float> v = verticesOf(level);
     const Charts charts = chartsOf(v);
     ASSERT_EQ(charts.size(), 2u);
     const float texels = charts.getDensity();
     const auto expectTight = [&](const Chart& chart, float a, float b)
     {
-        const float area = float(chart.width - 2 * Charts::GUTTER) * float(chart.height - 2 * Charts::GUTTER);
+        const float area =
+            float(chart.width - 2 * Charts::GUTTER) * float(chart.height - 2 * Charts::GUTTER);
         EXPECT_LT(area, (a * texels + Charts::ALIGN) * (b * texels + Charts::ALIGN));
         EXPECT_GE(area, a * b * texels * texels * 0.99f);
     };
