@@ -66,10 +66,15 @@ PaintMesh PaintMesh::build(const float* vertices, const float* normals, int32_t 
     const float size = float(page);
     auto emit = [&](const Corner& c, int px, int py)
     {
-        mesh.vertices.insert(mesh.vertices.end(), c.p, c.p + 3);
-        mesh.normals.insert(mesh.normals.end(), c.n, c.n + 3);
-        const float t[4] = {c.u - float(px) * size, c.v - float(py) * size, float(px), float(py)};
-        mesh.paint.insert(mesh.paint.end(), t, t + 4);
+        for (int k = 0; k < 3; ++k)
+        {
+            mesh.vertices.push_back(c.p[k]);
+            mesh.normals.push_back(c.n[k]);
+        }
+        mesh.paint.push_back(c.u - float(px) * size);
+        mesh.paint.push_back(c.v - float(py) * size);
+        mesh.paint.push_back(float(px));
+        mesh.paint.push_back(float(py));
     };
     Polygon piece, column, cut, scratch;
     for (int32_t t = 0; t < triangles; ++t)
