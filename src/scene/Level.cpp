@@ -18,9 +18,12 @@
 namespace
 {
 const Vec4 SURFACE_COLOR{1.0f, 1.0f, 1.0f, 1.0f};
-// Splats stamped at once before the clock is looked at, and how long a frame may spend stamping
-// while the whole paint is stamped again. Stamping goes page by page, and a page costs a draw
-// however few splats it takes: the more splats at once, the cheaper each.
+// Splats stamped at once before the clock is looked at, and the time after which a frame starts
+// no further part while the whole paint is stamped again. Stamping goes page by page, and a page
+// costs a draw however few splats it takes: the more splats at once, the cheaper each. A part of
+// paint spread over the whole level takes about 150 ms on a software renderer, so there a frame
+// stamps one part; smaller parts made the whole slower (10,000 splats: 1.7 s in parts of 1,024,
+// 2.1 s in parts of 256).
 const size_t STAMP_CHUNK = 1024;
 const auto STAMP_BUDGET = std::chrono::milliseconds(40);
 // How often the painted share is counted.
